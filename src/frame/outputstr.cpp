@@ -1,0 +1,96 @@
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include <treekeeper/treekeeper.h>
+
+outputstr::outputstr() : m_text(m_inline), m_capacity(sizeof m_inline), m_length(0) {
+  m_inline[0] = '\0';
+}
+
+outputstr::outputstr(const char* text) : outputstr() {
+  if (text != nullptr) append(text);
+}
+
+outputstr::outputstr(const outputstr& other) : outputstr() { append(other.m_text); }
+
+outputstr::~outputstr() {
+  if (m_text != m_inline) std::free(m_text);
+}
+
+outputstr& outputstr::append(const char* text) {
+  if (text == nullptr || text[0] == '\0') return *this;
+  const uint64_t n = std::strlen(text);
+  const uint64_t need = m_length + n + 1;
+  if (need > m_capacity) {
+    // The multiple of 256 strictly above the need.
+    const uint64_t capacity = (need / 256 + 1) * 256;
+    char* block = static_cast<char*>(std::malloc(capacity));
+    if (block == nullptr) throw std::bad_alloc();
+    std::memcpy(block, m_text, m_length);
+    if (m_text != m_inline) std::free(m_text);
+    m_text = block;
+    m_capacity = capacity;
+  }
+  std::memcpy(m_text + m_length, text, n + 1);
+  m_length += n;
+  return *this;
+}
+
+void outputstr::clear() {
+  if (m_text != m_inline) std::free(m_text);
+  m_capacity = sizeof m_inline;
+  m_length = 0;
+  m_inline[0] = '\0';
+  m_text = m_inline;
+}
+
+const char* outputstr::text() const { return m_text; }
+uint64_t outputstr::length() const { return m_length; }
+bool outputstr::isEmpty() const { return m_text[0] == '\0'; }
+
+outputstr& outputstr::operator=(const char* text) {
+  clear();
+  append(text);
+  return *this;
+}
+
+outputstr& outputstr::operator=(const outputstr& other) {
+  if (this == &other) return *this;
+  clear();
+  append(other.m_text);
+  return *this;
+}
+
+outputstr operator+(const outputstr& left, const char* right) {
+  outputstr result;
+  result.append(left.text());
+  result.append(right);
+  return result;
+}
+
+outputstr operator+(const outputstr& left, const outputstr& right) {
+  return left + right.text();
+}
+
+outputstr operator+(const outputstr& left, int right) {
+  char scratch[64];
+  std::snprintf(scratch, sizeof scratch, "%d", right);
+  return left + scratch;
+}
+
+outputstr operator+(const outputstr& left, uint32_t right) {
+  char scratch[64];
+  std::snprintf(scratch, sizeof scratch, "%u", right);
+  return left + scratch;
+}
+
+outputstr operator+(const outputstr& left, char right) {
+  const char text[2] = {right, '\0'};
+  return left + text;
+}
+
+outputstr operator+(const outputstr& left, unsigned char right) {
+  return left + static_cast<char>(right);
+}
