@@ -1,11 +1,42 @@
-#include "frame/ctreekeeper.h"
+#include "document/export.h"
 
-// Not built yet: every operation here answers -1 (0 for handle results).
+#include <string>
+
+#include "document/textconv.h"
+#include "frame/ctreekeeper.h"
+#include "frame/debug_output.h"
+
 namespace tk {
 
-int CTreeKeeper::ExportToFile(const char*) { return -1; }
-int CTreeKeeper::ExportToStream(outputstr&) { return -1; }
-int CTreeKeeper::ExportSubTreeToFile(unsigned, const char*) { return -1; }
-int CTreeKeeper::ExportSubTreeToStream(unsigned, outputstr&) { return -1; }
+// The client's text is written only through its virtual clear() and append(),
+// and only once the node has been serialised.
+int OutputNode(outputstr& out, const dom::Node& node) {
+  std::string xml;
+  if (node.get_xml(xml) < 0) {
+    Report("outputnode : get_xml error");
+    return -1;
+  }
+  out.clear();
+  out.append(kExportDeclaration);
+  return Ucs2ToUtf8(xml, out);
+}
+
+int CTreeKeeper::ExportToStream(outputstr& out) {
+  LockGuard guard(m_lock);
+  // A created root dies with its table entry; from then on there is no root.
+  const dom::Node root = m_root.lock();
+  if (!root) {
+    Report("ExportToStream : root NULL error");
+    return -1;
+  }
+  return OutputNode(out, root);
+}
+
+int CTreeKeeper::ExportSubTreeToStream(unsigned handle, outputstr& out) {
+  LockGuard guard(m_lock);
+  const dom::Node* node = m_table.live(handle);
+  if (node == nullptr) return -102;
+  return OutputNode(out, *node);
+}
 
 }  // namespace tk
