@@ -1,9 +1,42 @@
-#include "frame/ctreekeeper.h"
+#include <string>
 
-// Not built yet: every operation here answers -1 (0 for handle results).
+#include "content/child_value.h"
+#include "content/value_text.h"
+#include "document/codepage.h"
+#include "elements/path.h"
+#include "frame/ctreekeeper.h"
+#include "frame/debug_output.h"
+
+// CDATA values: the CDATA sections of an element. Text reads are UTF-8 always.
 namespace tk {
 
-int CTreeKeeper::GetElementCDATAValue(unsigned, const char*, int, unsigned*, void*) { return -1; }
-int CTreeKeeper::SetElementCDATAValue(unsigned, const char*, int, unsigned, const void*) { return -1; }
+int CTreeKeeper::GetElementCDATAValue(unsigned handle, const char* path, int type,
+                                      unsigned* size, void* buffer) {
+  LockGuard guard(m_lock);
+  if (!m_table.inRange(handle)) return -6;
+  const dom::Node* start = m_table.live(handle);
+  if (start == nullptr) {
+    Report("GetElementCDATAValue: element handle is invalid");
+    return -6;
+  }
+  const dom::Node element = WalkPath(*start, NormalizePath(path).get());
+  if (!element) {
+    Report("GetElementCDATAValue: element path is invalid");
+    return -102;
+  }
+  return ReadChildValue(element, dom::kCData, type, size, buffer, TextReadForm{cp::kUtf8, 0});
+}
+
+int CTreeKeeper::SetElementCDATAValue(unsigned handle, const char* path, int type,
+                                      unsigned size, const void* data) {
+  LockGuard guard(m_lock);
+  const dom::Node* start = m_table.live(handle);
+  if (start == nullptr) return -6;
+  const dom::Node element = WalkPath(*start, NormalizePath(path).get());
+  if (!element) return -102;
+  std::string valueText;
+  if (BuildValueText(type, size, data, TextExtent::kSizeBytes, valueText) < 0) return -1;
+  return WriteChildValue(m_document, element, dom::kCData, valueText);
+}
 
 }  // namespace tk

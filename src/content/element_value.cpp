@@ -1,9 +1,40 @@
-#include "frame/ctreekeeper.h"
+#include <string>
 
-// Not built yet: every operation here answers -1 (0 for handle results).
+#include "content/child_value.h"
+#include "content/value_text.h"
+#include "document/codepage.h"
+#include "elements/path.h"
+#include "frame/ctreekeeper.h"
+#include "frame/debug_output.h"
+
+// Element values: the text children of an element.
 namespace tk {
 
-int CTreeKeeper::GetElementValue(unsigned, const char*, int, unsigned*, void*, unsigned) { return -1; }
-int CTreeKeeper::SetElementValue(unsigned, const char*, int, unsigned, const void*) { return -1; }
+int CTreeKeeper::GetElementValue(unsigned handle, const char* path, int type, unsigned* size,
+                                 void* buffer, unsigned codePage) {
+  LockGuard guard(m_lock);
+  const dom::Node* start = m_table.live(handle);
+  if (start == nullptr) {
+    Report("GetElementValue: element handle is invalid");
+    return -6;
+  }
+  const dom::Node element = WalkPath(*start, NormalizePath(path).get());
+  if (!element) return -102;
+  // UTF-8 converts plainly; any other code page gets no best-fit letters.
+  const TextReadForm form{codePage, codePage == cp::kUtf8 ? 0u : cp::kNoBestFitChars};
+  return ReadChildValue(element, dom::kText, type, size, buffer, form);
+}
+
+int CTreeKeeper::SetElementValue(unsigned handle, const char* path, int type, unsigned size,
+                                 const void* data) {
+  LockGuard guard(m_lock);
+  const dom::Node* start = m_table.live(handle);
+  if (start == nullptr) return -6;
+  const dom::Node element = WalkPath(*start, NormalizePath(path).get());
+  if (!element) return -102;
+  std::string valueText;
+  if (BuildValueText(type, size, data, TextExtent::kSizeBytes, valueText) < 0) return -1;
+  return WriteChildValue(m_document, element, dom::kText, valueText);
+}
 
 }  // namespace tk

@@ -1,0 +1,141 @@
+#include "content/child_value.h"
+
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include <treekeeper/treekeeper.h>
+
+#include "document/codepage.h"
+#include "document/textconv.h"
+
+namespace tk {
+namespace {
+
+// A number is read from decimal digits only; a value beyond 32 bits
+// saturates at 4294967295.
+int ReadNumber(const std::string& value, unsigned* size, void* buffer) {
+  if (buffer == nullptr || *size < 4) {
+    *size = 4;
+    return -105;
+  }
+  std::string scratch;
+  const std::string digits(DomToAnsi(value, scratch));
+  *size = 4;
+  if (digits.empty()) return -107;
+  if (IsDecimalText(digits.c_str()) != 0) {
+    const unsigned long long parsed = std::strtoull(digits.c_str(), nullptr, 10);
+    const uint32_t number = parsed > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(parsed);
+    std::memcpy(buffer, &number, sizeof number);
+  }
+  return 0;
+}
+
+// A byte string is read from hex digits; a bad digit ends the decoding with a
+// zero byte at its place, and the read still succeeds.
+int ReadBinary(const std::string& value, unsigned* size, void* buffer) {
+  std::string scratch;
+  const std::string digits(DomToAnsi(value, scratch));
+  const size_t length = digits.size();
+  const uint64_t needed = (length >> 1) + (length & 1);
+  const unsigned neededSize = needed > UINT32_MAX ? UINT32_MAX : static_cast<unsigned>(needed);
+  if (buffer == nullptr || needed > *size) {
+    *size = neededSize;
+    return -105;
+  }
+  if (length == 0) {
+    *size = 0;
+    return 0;
+  }
+  HexTextToBytes(static_cast<unsigned char*>(buffer), digits.c_str());
+  *size = neededSize;
+  return 0;
+}
+
+// Text follows the buffer protocol; a code page the conversion refuses gives
+// an empty text.
+int ReadText(const std::string& value, unsigned* size, void* buffer, TextReadForm form) {
+  const int needed = cp::DomToNarrow(form.codePage, form.flags, value, nullptr, 0);
+  const unsigned neededSize = needed > 0 ? static_cast<unsigned>(needed) : 0;
+  if (buffer == nullptr || *size < neededSize) {
+    *size = neededSize;
+    return -105;
+  }
+  char* out = static_cast<char*>(buffer);
+  if (needed <= 0) {
+    out[0] = '\0';
+    *size = 1;
+    return 0;
+  }
+  const int capacity = *size > static_cast<unsigned>(INT_MAX) ? INT_MAX : static_cast<int>(*size);
+  cp::DomToNarrow(form.codePage, form.flags, value, out, capacity);
+  *size = neededSize;
+  return 0;
+}
+
+}  // namespace
+
+int ReadChildValue(const dom::Node& element, int nodeType, int type, unsigned* size,
+                   void* buffer, TextReadForm textForm) {
+  bool has = false;
+  if (element.hasChildNodes(has) < 0 || !has) return -107;
+  dom::NodeList children;
+  int32_t length = 0;
+  if (element.get_childNodes(children) < 0 || children.get_length(length) < 0 || length <= 0) {
+    return -1;
+  }
+  int result = -1;
+  std::string value;
+  for (int32_t i = 0; i < length; ++i) {
+    dom::Node child;
+    if (children.get_item(i, child) < 0 || child.nodeType() != nodeType) continue;
+    if (child.get_nodeValue(value) < 0) value.clear();
+    if (size == nullptr) {
+      // Nowhere to report a size: the caller can't have a buffer of known room.
+      result = -105;
+    } else if (type == TK_VALUE_NUMBER) {
+      result = ReadNumber(value, size, buffer);
+    } else if (type == TK_VALUE_BINARY) {
+      result = ReadBinary(value, size, buffer);
+    } else {
+      result = ReadText(value, size, buffer, textForm);
+    }
+  }
+  return result;
+}
+
+int WriteChildValue(dom::Document& document, const dom::Node& element, int nodeType,
+                    const std::string& valueText) {
+  bool has = false;
+  if (element.hasChildNodes(has) < 0) return -107;
+
+  // The client's text is UTF-8; what isn't valid UTF-8 is replaced.
+  std::string wide;
+  if (Utf8ToWide(valueText.c_str(), wide) < 0) return -1;
+
+  if (has) {
+    dom::NodeList children;
+    int32_t length = 0;
+    if (element.get_childNodes(children) < 0 || children.get_length(length) < 0) return -1;
+    for (int32_t i = 0; i < length; ++i) {
+      dom::Node child;
+      if (children.get_item(i, child) < 0 || !child) return -1;
+      if (child.nodeType() != nodeType) continue;
+      // The first child of the type takes the value; no second node is made,
+      // so the document never holds the value twice.
+      return child.put_nodeValue(wide) < 0 ? -1 : 0;
+    }
+  }
+
+  dom::Node made;
+  const int status = nodeType == dom::kCData ? document.createCDATASection(wide, made)
+                                             : document.createTextNode(wide, made);
+  if (status < 0 || !made) return -1;
+  dom::Node inTree;
+  dom::Node parent = element;
+  if (parent.appendChild(made, inTree) < 0 || !inTree) return -1;
+  return 0;
+}
+
+}  // namespace tk
