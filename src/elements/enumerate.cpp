@@ -1,10 +1,182 @@
+// Counting and opening child elements, and reading an element's name.
+//
+// Enumeration keeps no cursor: every call names its position and scans the
+// children afresh. A client that walks n same-named children therefore asks n
+// times for the same scan; a per-thread memo of the last scan's matches makes
+// the repeated calls on an unchanged tree cheap without changing any result.
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "document/codepage.h"
+#include "document/textconv.h"
+#include "elements/path.h"
 #include "frame/ctreekeeper.h"
+#include "frame/debug_output.h"
 
-// Not built yet: every operation here answers -1 (0 for handle results).
 namespace tk {
+namespace {
 
-int CTreeKeeper::EnumElement(unsigned, unsigned*) { return -1; }
-int CTreeKeeper::EnumElement(unsigned, const char*, const char*, unsigned*, unsigned*) { return -1; }
-int CTreeKeeper::GetElementName(unsigned, char*, unsigned*) { return -1; }
+// Result of an EnumElement call before the outcome rules are applied.
+struct ScanResult {
+  uint32_t count = 0;
+  dom::Node wanted;  // null when the position names no suitable child
+};
+
+// The element children of one parent that carry one name, in document order.
+// A memo is valid while the tree stamp it was taken under still holds: no
+// tree has changed and no node has been freed since, so the borrowed node
+// pointers it keeps still stand for the same children.
+class SameNameMemo {
+ public:
+  const std::vector<dom::NodePtr>* find(const dom::Node& parent, std::string_view name,
+                                        bool defaultIsUtf8, uint64_t stamp) const {
+    if (!m_valid || m_stamp != stamp || m_defaultIsUtf8 != defaultIsUtf8 || m_name != name) {
+      return nullptr;
+    }
+    if (!m_parent.lock().isSameNode(parent)) return nullptr;
+    return &m_matches;
+  }
+
+  const std::vector<dom::NodePtr>& store(const dom::Node& parent, std::string_view name,
+                                         bool defaultIsUtf8, uint64_t stamp) {
+    m_valid = false;
+    m_matches.clear();
+    for (dom::NodePtr child = parent.firstChild(); child; child = child.nextSibling()) {
+      if (ElementNameMatches(child, name)) m_matches.push_back(child);
+    }
+    m_parent.assign(parent);
+    m_name.assign(name);
+    m_defaultIsUtf8 = defaultIsUtf8;
+    m_stamp = stamp;
+    m_valid = true;
+    return m_matches;
+  }
+
+ private:
+  bool m_valid = false;
+  uint64_t m_stamp = 0;
+  bool m_defaultIsUtf8 = false;
+  std::string m_name;
+  dom::WeakNode m_parent;
+  std::vector<dom::NodePtr> m_matches;
+};
+
+// Counts the element children named name and picks the one at position index.
+ScanResult ScanByName(const dom::Node& parent, std::string_view name, uint32_t index) {
+  thread_local SameNameMemo memo;
+  const bool defaultIsUtf8 = cp::DefaultIsUtf8();
+  const uint64_t stamp = dom::TreeStamp();
+  const std::vector<dom::NodePtr>* matches = memo.find(parent, name, defaultIsUtf8, stamp);
+  if (matches == nullptr) matches = &memo.store(parent, name, defaultIsUtf8, stamp);
+
+  ScanResult result;
+  result.count = static_cast<uint32_t>(matches->size());
+  if (index < matches->size()) result.wanted = (*matches)[index].ref();
+  return result;
+}
+
+// Takes the child at index among all child nodes, if it is an element. The
+// count is the number of child nodes.
+ScanResult ScanByIndex(const dom::NodeList& children, int32_t length, uint32_t index) {
+  ScanResult result;
+  result.count = static_cast<uint32_t>(length);
+  if (index >= result.count) return result;
+  dom::Node child;
+  if (children.get_item(static_cast<int32_t>(index), child) < 0 || !child) return result;
+  if (child.nodeType() == dom::kElement) result.wanted = std::move(child);
+  return result;
+}
+
+}  // namespace
+
+int CTreeKeeper::EnumElement(unsigned handle, unsigned* outCount) {
+  LockGuard guard(m_lock);
+  if (!m_table.inRange(handle)) return -6;
+  const dom::Node& node = m_table.entry(handle);
+  if (!node) {
+    Report("EnumElement: element handle is invalid");
+    return -6;
+  }
+  bool hasChildren = false;
+  if (node.hasChildNodes(hasChildren) < 0) return -107;
+  if (!hasChildren) return -109;
+
+  dom::NodeList children;
+  int32_t length = 0;
+  if (node.get_childNodes(children) < 0 || !children) return -1;
+  if (children.get_length(length) < 0) return -1;
+  if (outCount == nullptr) return -1;
+  *outCount = static_cast<unsigned>(length);
+  return 0;
+}
+
+int CTreeKeeper::EnumElement(unsigned handle, const char* path, const char* name,
+                             unsigned* ioIndex, unsigned* outHandle) {
+  LockGuard guard(m_lock);
+  if (!m_table.inRange(handle)) return -6;
+  const dom::Node& start = m_table.entry(handle);
+  if (!start) {
+    Report("EnumElement: element handle is invalid");
+    return -6;
+  }
+  const dom::Node node = WalkPath(start, NormalizePath(path).get());
+  if (!node) {
+    Report("EnumElement(with same name): element path is invalid");
+    return -102;
+  }
+  bool hasChildren = false;
+  if (node.hasChildNodes(hasChildren) < 0) return -107;
+  if (!hasChildren) return -109;
+
+  dom::NodeList children;
+  int32_t length = 0;
+  if (node.get_childNodes(children) < 0 || !children) return -1;
+  if (children.get_length(length) < 0) return -1;
+  if (ioIndex == nullptr) return -1;
+
+  const uint32_t index = *ioIndex;
+  const ScanResult scan = name != nullptr ? ScanByName(node, name, index)
+                                          : ScanByIndex(children, length, index);
+  if (outHandle == nullptr) {
+    *ioIndex = scan.count;
+    return 0;
+  }
+  // Greater, not greater-or-equal: the position just past the end is "not
+  // found" (-1), anything beyond it is "past the count" (-110).
+  if (index > scan.count) {
+    *ioIndex = scan.count;
+    return -110;
+  }
+  if (!scan.wanted) return -1;
+  *outHandle = m_table.append(scan.wanted);
+  *ioIndex = scan.count;
+  return 0;
+}
+
+int CTreeKeeper::GetElementName(unsigned handle, char* buffer, unsigned* ioSize) {
+  LockGuard guard(m_lock);
+  const dom::Node* node = m_table.live(handle);
+  if (node == nullptr) {
+    Report("GetElementName: element handle is invalid");
+    return -6;
+  }
+  std::string domName;
+  if (node->get_nodeName(domName) < 0) return -1;
+  std::string scratch;
+  const std::string_view narrow = DomToAnsi(domName, scratch);
+  if (ioSize == nullptr) return -1;
+
+  const size_t length = narrow.size();
+  if (buffer != nullptr && *ioSize > length) {
+    std::memcpy(buffer, narrow.data(), length);
+    buffer[length] = '\0';
+    *ioSize = static_cast<unsigned>(length + 1);
+    return 0;
+  }
+  *ioSize = static_cast<unsigned>(length + 1);
+  return -105;
+}
 
 }  // namespace tk
