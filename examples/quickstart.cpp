@@ -1,6 +1,7 @@
 // A short walk through the library: version check, debug callback, an
-// instance, a document, and its export.
+// instance, a small document built from nothing, and its export.
 #include <cstdio>
+#include <cstring>
 
 #include <treekeeper/treekeeper.h>
 
@@ -14,9 +15,34 @@ int main() {
   ITreeKeeper* tk = TkCreateTreeKeeper(nullptr);
   if (tk == nullptr) return 1;
 
-  outputstr text("handles open: ");
-  text = text + static_cast<uint32_t>(tk->GetHandleCount());
-  std::printf("%s\n", text.text());
+  // The root element is always handle 100.
+  int result = tk->CreateEmpty("settings");
+  if (result != 0) {
+    std::fprintf(stderr, "CreateEmpty failed: %d\n", result);
+    TkDeleteTreeKeeper(tk);
+    return 1;
+  }
+
+  // Elements on the way to the last one are made as needed; values are
+  // written through the new handles.
+  unsigned host = 0;
+  unsigned port = 0;
+  const char hostName[] = "example.org";
+  const unsigned portNumber = 8080;
+  if (tk->CreateElement(100, "net/host", &host) != 0 ||
+      tk->SetElementValue(host, nullptr, TK_VALUE_TEXT,
+                          static_cast<unsigned>(std::strlen(hostName)), hostName) != 0 ||
+      tk->CreateElement(100, "net/port", &port) != 0 ||
+      tk->SetElementValue(port, nullptr, TK_VALUE_NUMBER, sizeof portNumber, &portNumber) != 0) {
+    std::fprintf(stderr, "building the document failed\n");
+  }
+
+  outputstr text;
+  if (tk->ExportToStream(text) == 0) std::printf("%s\n", text.text());
+
+  outputstr count("handles open: ");
+  count = count + static_cast<uint32_t>(tk->GetHandleCount());
+  std::printf("%s\n", count.text());
 
   TkDeleteTreeKeeper(tk);
   return 0;
