@@ -1,0 +1,182 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "support/test_support.h"
+
+namespace {
+
+using tk::test::Instance;
+using tk::test::MessageLog;
+
+constexpr unsigned kUntouched = 0xEEEEu;
+
+class Enumerate : public ::testing::Test {
+ protected:
+  void Load(const std::string& xml) {
+    ASSERT_EQ(tk->ImportFromStream(xml.c_str(), static_cast<int>(xml.size()), nullptr), 0);
+  }
+  std::string Attr(unsigned handle, const char* name = "id") {
+    outputstr out;
+    EXPECT_EQ(tk->GetAttributeText(handle, nullptr, name, out), 0);
+    return out.text();
+  }
+  Instance tk;
+};
+
+TEST_F(Enumerate, CountsAndTheOutcomeTable) {
+  Load("<r><item id=\"1\"/><!--c--><item id=\"2\"/>tail</r>");
+  unsigned count = 0;
+  EXPECT_EQ(tk->EnumElement(100, &count), 0);
+  EXPECT_EQ(count, 4u);  // nodes of every type count
+
+  const struct {
+    const char* name;
+    unsigned index;
+    int result;
+    unsigned indexAfter;
+    const char* opened;  // id of the element opened, null when none
+  } rows[] = {
+      {"item", 0, 0, 2, "1"},      {"item", 1, 0, 2, "2"},
+      {"item", 2, -1, 2, nullptr}, {"item", 3, -110, 2, nullptr},
+      {"item", 0xFFFFFFFF, -110, 2, nullptr},
+      {"Item", 0, -1, 0, nullptr}, {"Item", 1, -110, 0, nullptr},  // names compare exactly
+      {nullptr, 0, 0, 4, "1"},     {nullptr, 2, 0, 4, "2"},
+      {nullptr, 1, -1, 1, nullptr},  // a comment child
+      {nullptr, 3, -1, 3, nullptr},  // a text child
+      {nullptr, 4, -1, 4, nullptr},  {nullptr, 5, -110, 4, nullptr},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(::testing::Message() << (row.name ? row.name : "(null)") << " " << row.index);
+    unsigned index = row.index;
+    unsigned handle = kUntouched;
+    EXPECT_EQ(tk->EnumElement(100, "", row.name, &index, &handle), row.result);
+    EXPECT_EQ(index, row.indexAfter);
+    if (row.opened == nullptr) {
+      EXPECT_EQ(handle, kUntouched);
+    } else {
+      EXPECT_EQ(Attr(handle), row.opened);
+    }
+  }
+
+  // Without an out-handle only the count is wanted, whatever the position.
+  for (const unsigned start : {0u, 7u}) {
+    unsigned index = start;
+    EXPECT_EQ(tk->EnumElement(100, nullptr, "item", &index, nullptr), 0);
+    EXPECT_EQ(index, 2u);
+    index = start;
+    EXPECT_EQ(tk->EnumElement(100, nullptr, nullptr, &index, nullptr), 0);
+    EXPECT_EQ(index, 4u);
+    index = start;
+    EXPECT_EQ(tk->EnumElement(100, nullptr, &index, nullptr), -110);  // the at-index form
+    EXPECT_EQ(index, 4u);
+  }
+  unsigned index = 2, handle = 0;
+  EXPECT_EQ(tk->EnumElement(100, nullptr, &index, &handle), 0);
+  EXPECT_EQ(Attr(handle), "2");
+}
+
+TEST_F(Enumerate, NoChildrenAndBadArguments) {
+  MessageLog log;
+  Load("<r><empty/><x/></r>");
+  unsigned value = kUntouched, handle = kUntouched;
+  const unsigned empty = tk->OpenElement("empty");
+  EXPECT_EQ(tk->EnumElement(empty, &value), -109);
+  EXPECT_EQ(tk->EnumElement(100, "empty", "a", &value, &handle), -109);
+  EXPECT_EQ(tk->EnumElement(100, "empty", &value, &handle), -109);
+  EXPECT_EQ(tk->EnumElement(empty, nullptr, &value, nullptr), -109);
+  EXPECT_EQ(value, kUntouched);
+  EXPECT_EQ(handle, kUntouched);
+
+  EXPECT_EQ(tk->EnumElement(99, &value), -6);
+  EXPECT_EQ(tk->EnumElement(0xFFFFFFFF, "", "x", &value, &handle), -6);
+  EXPECT_TRUE(log.messages().empty()) << log.joined();
+  const unsigned x = tk->OpenElement("x");
+  ASSERT_EQ(tk->CloseElement(empty), 0);  // a closed slot below x
+  EXPECT_EQ(tk->EnumElement(empty, &value), -6);
+  EXPECT_EQ(tk->EnumElement(empty, "", "x", &value, &handle), -6);
+  EXPECT_EQ(tk->EnumElement(x, "nowhere", "x", &value, &handle), -102);
+  EXPECT_EQ(log.joined(),
+            "EnumElement: element handle is invalid\n"
+            "EnumElement: element handle is invalid\n"
+            "EnumElement(with same name): element path is invalid\n");
+  EXPECT_EQ(value, kUntouched);
+}
+
+TEST_F(Enumerate, SamePositionTwiceGivesTwoHandles) {
+  Load("<r><a id=\"1\"/></r>");
+  unsigned index = 0, first = 0, second = 0;
+  ASSERT_EQ(tk->EnumElement(100, "", "a", &index, &first), 0);
+  index = 0;
+  ASSERT_EQ(tk->EnumElement(100, "", "a", &index, &second), 0);
+  EXPECT_EQ(first, 101u);
+  EXPECT_EQ(second, 102u);
+  EXPECT_EQ(tk->GetHandleCount(), 3u);
+}
+
+// Repeated same-name calls must answer as a fresh scan would, also when the
+// tree, the parent or the name changes between them.
+TEST_F(Enumerate, RepeatedScansFollowTheTree) {
+  Load("<r><p><a id=\"0\"/><b id=\"b\"/><a id=\"1\"/></p><q><a id=\"q\"/></q></r>");
+  auto open = [&](const char* path, const char* name, unsigned position) {
+    unsigned index = position, handle = 0;
+    const int result = tk->EnumElement(100, path, name, &index, &handle);
+    return result == 0 ? Attr(handle) + "/" + std::to_string(index) : std::to_string(result);
+  };
+  EXPECT_EQ(open("p", "a", 1), "1/2");
+  EXPECT_EQ(open("q", "a", 0), "q/1");
+  EXPECT_EQ(open("p", "a", 0), "0/2");
+  EXPECT_EQ(open("p", "b", 0), "b/1");
+
+  unsigned made = 0;
+  ASSERT_EQ(tk->CreateElement(100, "p/a", &made), 0);
+  ASSERT_EQ(tk->setAttributeValue(made, "", "id", 2, 0, "2"), 0);
+  EXPECT_EQ(open("p", "a", 2), "2/3");
+  ASSERT_EQ(tk->DeleteElement(100, "p/a"), 0);  // the first a goes
+  EXPECT_EQ(open("p", "a", 0), "1/2");
+  EXPECT_EQ(open("p", "a", 2), "-1");
+
+  for (unsigned i = 0; i < 200; ++i) ASSERT_EQ(tk->CreateElement(100, "q/a", &made), 0);
+  unsigned count = 0;
+  ASSERT_EQ(tk->EnumElement(100, "q", "a", &count, nullptr), 0);
+  ASSERT_EQ(count, 201u);
+  for (unsigned i = 0; i < count; ++i) {
+    unsigned index = i, handle = 0;
+    ASSERT_EQ(tk->EnumElement(100, "q", "a", &index, &handle), 0);
+    ASSERT_EQ(index, 201u);
+    ASSERT_EQ(tk->CloseElement(handle), 0);
+  }
+}
+
+TEST_F(Enumerate, ElementNames) {
+  MessageLog log;
+  Load("<root xmlns:p=\"urn:p\"><p:x/>text</root>");
+  char buffer[16];
+  std::memset(buffer, 'z', sizeof buffer);
+  unsigned size = 0;
+  EXPECT_EQ(tk->GetElementName(100, nullptr, &size), -105);
+  EXPECT_EQ(size, 5u);
+  size = 4;
+  EXPECT_EQ(tk->GetElementName(100, buffer, &size), -105);
+  EXPECT_EQ(size, 5u);
+  EXPECT_EQ(buffer[0], 'z');
+  EXPECT_EQ(tk->GetElementName(100, buffer, &size), 0);
+  EXPECT_STREQ(buffer, "root");
+
+  size = sizeof buffer;
+  EXPECT_EQ(tk->GetElementName(tk->OpenElement(100, 0), buffer, &size), 0);
+  EXPECT_STREQ(buffer, "p:x");
+  EXPECT_EQ(size, 4u);
+  unsigned text = 0, type = 0;
+  ASSERT_EQ(tk->OpenElement(100, 1, &text, &type), 0);
+  size = sizeof buffer;
+  EXPECT_EQ(tk->GetElementName(text, buffer, &size), 0);
+  EXPECT_STREQ(buffer, "#text");
+
+  EXPECT_TRUE(log.messages().empty());
+  EXPECT_EQ(tk->GetElementName(99, buffer, &size), -6);
+  EXPECT_EQ(log.joined(), "GetElementName: element handle is invalid\n");
+}
+
+}  // namespace
