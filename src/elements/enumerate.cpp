@@ -130,15 +130,21 @@ int CTreeKeeper::EnumElement(unsigned handle, const char* path, const char* name
   if (node.hasChildNodes(hasChildren) < 0) return -107;
   if (!hasChildren) return -109;
 
-  dom::NodeList children;
-  int32_t length = 0;
-  if (node.get_childNodes(children) < 0 || !children) return -1;
-  if (children.get_length(length) < 0) return -1;
   if (ioIndex == nullptr) return -1;
 
+  // With a name the children are walked directly (or taken from the memo);
+  // only the positional form needs the child list and its length.
   const uint32_t index = *ioIndex;
-  const ScanResult scan = name != nullptr ? ScanByName(node, name, index)
-                                          : ScanByIndex(children, length, index);
+  ScanResult scan;
+  if (name != nullptr) {
+    scan = ScanByName(node, name, index);
+  } else {
+    dom::NodeList children;
+    int32_t length = 0;
+    if (node.get_childNodes(children) < 0 || !children) return -1;
+    if (children.get_length(length) < 0) return -1;
+    scan = ScanByIndex(children, length, index);
+  }
   if (outHandle == nullptr) {
     *ioIndex = scan.count;
     return 0;
