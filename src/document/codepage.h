@@ -36,7 +36,7 @@ bool IsKnownCodePage(unsigned codePage);
 // Decodes `src` (narrow text in codePage) into DOM text, appended to `out`
 // (which is cleared first). What can't be decoded becomes U+FFFD. Returns the
 // measure: bytes of DOM text plus one for the terminator; 0 on failure, with
-// the last error set (87 for a refused code page).
+// the last error set (87 for a refused code page) and `out` untouched.
 int NarrowToDom(unsigned codePage, std::string_view src, std::string& out);
 
 // Encodes DOM text `src` into codePage, with the terminator. With dstSize 0
@@ -45,5 +45,16 @@ int NarrowToDom(unsigned codePage, std::string_view src, std::string& out);
 // 122 dst too small). A character the code page lacks becomes '?' (after a
 // best-fit attempt unless flags holds kNoBestFitChars).
 int DomToNarrow(unsigned codePage, unsigned flags, std::string_view src, char* dst, int dstSize);
+
+// The same conversion in one pass into `out` (replaced, no terminator stored).
+// Returns the same count as the measuring call; 0 with `out` untouched on
+// failure.
+int DomToNarrow(unsigned codePage, unsigned flags, std::string_view src, std::string& out);
+
+namespace testing {
+// Makes code page 0 stand for `codeset` (an iconv name) on the calling thread,
+// whatever its locale says; null goes back to the locale.
+void SetDefaultCodeset(const char* codeset);
+}  // namespace testing
 
 }  // namespace tk::cp

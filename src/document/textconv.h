@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 class outputstr;
 
@@ -13,13 +14,20 @@ namespace tk {
 // The export encoder. Produces the library's text form of DOM text: each
 // character above U+FFFF becomes the two 3-byte sequences of its UTF-16
 // surrogate pair (U+1F600 -> ED A0 BD ED B8 80); everything else passes
-// unchanged. `count` counts characters to take (-1: the whole text plus its
-// terminator, which then counts as one byte). dstSize 0 measures; too small
-// gives -1 and writes nothing. No terminator is written beyond what is taken.
+// unchanged. The text is `src` up to its first NUL. `count` counts the units
+// to take, a character above U+FFFF counting two; it never shortens the text,
+// and a count past the text's end (or -1) takes the terminator too, as one
+// byte. dstSize 0 measures; too small gives -1 and writes nothing. No
+// terminator is written beyond what is taken. A text whose encoded size
+// doesn't fit the count type measures 0.
 int Ucs2ToUtf8Bytes(std::string_view src, int32_t count, char* dst, int32_t dstSize);
 
-// Appends the text form of `src` to `out`. -1 (out untouched) for empty text.
+// Appends the text form of `src` (up to its first NUL) to `out` in one append.
+// 0; -1 (out untouched) for empty text. Text with no character above U+FFFF
+// is appended as it stands; the std::string and C-string forms need no copy.
 int Ucs2ToUtf8(std::string_view src, outputstr& out);
+int Ucs2ToUtf8(const std::string& src, outputstr& out);
+int Ucs2ToUtf8(const char* src, outputstr& out);
 
 // Narrow text -> DOM text: from the default code page, and from UTF-8.
 // Malformed input is replaced, not refused. 0, or -1 (out untouched).
@@ -30,6 +38,13 @@ int Utf8ToWide(const char* text, std::string& out);
 // (std::system_error carrying 0x80070000 | last error). Null stays null:
 // returns false and leaves out empty.
 bool AnsiToWideOrFault(const char* text, std::string& out);
+
+// The category of the faults above: its codes are 0x80070000 + the low 16
+// bits of a conversion's last error (the last error itself if not positive).
+const std::error_category& ConversionFaultCategory();
+// Raises the fault for a refused conversion: std::bad_alloc when memory ran
+// out, else std::system_error in ConversionFaultCategory().
+[[noreturn]] void RaiseConversionFault(uint32_t lastError);
 
 // DOM text -> default code page, names-and-digits form (best fit, '?' for the
 // rest). When code page 0 is UTF-8 the DOM's bytes are returned unchanged and
