@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/test_support.h"
+#include "support/xml_text.h"
+
+namespace {
+
+using tk::test::DocumentText;
+using tk::test::Instance;
+using tk::test::LoadText;
+using tk::test::MessageLog;
+using tk::test::SubTreeText;
+
+TEST(CreateElement, Shapes) {
+  const std::string longest(63, 'n');
+  const char* longestName = longest.c_str();
+  struct Case {
+    const char* before;
+    const char* path;
+    const char* after;
+    const char* made;  // the new handle's element
+  } const cases[] = {
+      {"<r/>", "a/b", "<r><a><b/></a></r>", "<b/>"},
+      {"<r/>", "a", "<r><a/></r>", "<a/>"},
+      {"<r/>", "a/", "<r><a/></r>", "<a/>"},
+      // The last component is always made new, beside one of the same name.
+      {"<r><a/></r>", "a", "<r><a/><a/></r>", "<a/>"},
+      {"<r><a/><a/></r>", "a/b", "<r><a><b/></a><a/></r>", "<b/>"},
+      {"<r><a><b>1</b></a></r>", "a/b", "<r><a><b>1</b><b/></a></r>", "<b/>"},
+      // New elements go behind all other children; only elements match.
+      {"<r><a/>t<!--c--></r>", "b", "<r><a/>t<!--c--><b/></r>", "<b/>"},
+      {"<r><?a x?></r>", "a/c", "<r><?a x?><a><c/></a></r>", "<c/>"},
+      {"<r><a>t</a></r>", "a/b/c", "<r><a>t<b><c/></b></a></r>", "<c/>"},
+      {"<r/>", "p:x", "<r><p:x/></r>", "<p:x/>"},
+      {"<r/>", longestName, nullptr, nullptr},  // a component of 63 bytes
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.before) + " " + c.path);
+    Instance tk;
+    ASSERT_EQ(LoadText(tk.tk, c.before), 0);
+    MessageLog log;
+    unsigned handle = 0;
+    ASSERT_EQ(tk->CreateElement(100, c.path, &handle), 0);
+    EXPECT_EQ(handle, 101u);
+    EXPECT_EQ(tk->GetHandleCount(), 2u);
+    if (c.after != nullptr) {
+      EXPECT_EQ(DocumentText(tk.tk), c.after);
+      EXPECT_EQ(SubTreeText(tk.tk, handle), c.made);
+    }
+    EXPECT_EQ(log.joined(), "");
+  }
+}
+
+TEST(CreateElement, EachCallMakesItsOwnElement) {
+  Instance tk;
+  ASSERT_EQ(tk->CreateEmpty("r"), 0);
+  unsigned first = 0;
+  unsigned second = 0;
+  ASSERT_EQ(tk->CreateElement(100, "a", &first), 0);
+  ASSERT_EQ(tk->CreateElement(100, "a", &second), 0);
+  EXPECT_EQ(first, 101u);
+  EXPECT_EQ(second, 102u);
+  ASSERT_EQ(tk->SetElementValue(first, nullptr, TK_VALUE_TEXT, 1, "1"), 0);
+  ASSERT_EQ(tk->SetElementValue(second, nullptr, TK_VALUE_TEXT, 1, "2"), 0);
+  EXPECT_EQ(DocumentText(tk.tk), "<r><a>1</a><a>2</a></r>");
+  // A path reaches only the first of them.
+  unsigned made = 0;
+  ASSERT_EQ(tk->CreateElement(100, "a/b", &made), 0);
+  EXPECT_EQ(DocumentText(tk.tk), "<r><a>1<b/></a><a>2</a></r>");
+  // Creating below a created element works through its handle.
+  ASSERT_EQ(tk->CreateElement(second, "c/d", &made), 0);
+  EXPECT_EQ(SubTreeText(tk.tk, second), "<a>2<c><d/></c></a>");
+}
+
+TEST(CreateElement, Failures) {
+  const std::string longName(64, 'n');
+  const std::string afterFound = "x/" + longName;
+  const std::string afterMade = "m/" + longName;
+  const std::string huge(10000, 'h');
+  const char* base = "<r><x/>tt</r>";
+  struct Case {
+    const char* path;
+    unsigned handle;
+    int result;
+    const char* message;
+    const char* after;  // nothing is undone
+  } const cases[] = {
+      // An invalid path is refused before the handle is looked at.
+      {nullptr, 100, -102, "CreateElement: element path is invalid\n", base},
+      {"", 55, -102, "CreateElement: element path is invalid\n", base},
+      {"a", 99, -6, "", base},
+      {"a", 101, -6, "", base},  // closed slot
+      {"a", 103, -6, "", base},
+      {"a", 0, -6, "", base},
+      // An empty component or no XML name: what was made on the way stays.
+      {"x//y", 100, -1, "CreateDOMNode failed\n", base},
+      {"n//y", 100, -1, "CreateDOMNode failed\n", "<r><x/>tt<n/></r>"},
+      {"/a", 100, -1, "CreateDOMNode failed\n", base},
+      {"x/1bad", 100, -1, "CreateDOMNode failed\n", base},
+      {"a b", 100, -1, "CreateDOMNode failed\n", base},
+      // Components past 63 bytes are refused, never truncated.
+      {longName.c_str(), 100, -1, "", base},
+      {afterFound.c_str(), 100, -1, "", base},
+      {afterMade.c_str(), 100, -1, "", "<r><x/>tt<m/></r>"},
+      {huge.c_str(), 100, -1, "", base},
+      // A text node takes no child.
+      {"n", 102, -113, "CreateElement: element create failed\n", base},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path == nullptr ? "(null)" : std::string(c.path).substr(0, 80));
+    Instance tk;
+    ASSERT_EQ(LoadText(tk.tk, base), 0);
+    ASSERT_EQ(tk->OpenElement("x"), 101u);
+    unsigned textHandle = 0;
+    unsigned nodeType = 0;
+    ASSERT_EQ(tk->OpenElement(100, 1, &textHandle, &nodeType), 0);
+    ASSERT_EQ(textHandle, 102u);
+    ASSERT_EQ(nodeType, 3u);
+    ASSERT_EQ(tk->CloseElement(101), 0);
+
+    MessageLog log;
+    unsigned handle = 4242;
+    EXPECT_EQ(tk->CreateElement(c.handle, c.path, &handle), c.result);
+    EXPECT_EQ(handle, 4242u);
+    EXPECT_EQ(log.joined(), c.message);
+    EXPECT_EQ(tk->GetHandleCount(), 3u);
+    EXPECT_EQ(DocumentText(tk.tk), c.after);
+  }
+}
+
+TEST(CreateElement, RootRequest) {
+  Instance tk;
+  MessageLog log;
+  unsigned handle = 0;
+  EXPECT_EQ(tk->CreateElement(0xFFFFFFFFu, "a/b", &handle), -1);  // taken as one name
+  EXPECT_EQ(log.joined(), "CreateDOMNode failed\n");
+  EXPECT_EQ(tk->CreateElement(0xFFFFFFFFu, nullptr, &handle), -1);
+  EXPECT_EQ(handle, 0u);
+  EXPECT_EQ(tk->CreateElement(0xFFFFFFFFu, "cfg", &handle), 0);
+  EXPECT_EQ(handle, 100u);
+  EXPECT_EQ(DocumentText(tk.tk), "<cfg/>");
+  handle = 4242;
+  EXPECT_EQ(tk->CreateElement(0xFFFFFFFFu, "cfg", &handle), -112);
+  EXPECT_EQ(handle, 4242u);
+}
+
+TEST(DeleteElement, RemovesOneElementAtATime) {
+  Instance tk;
+  ASSERT_EQ(LoadText(tk.tk, "<r><a>1</a><b/><a>2</a></r>"), 0);
+  MessageLog log;
+  EXPECT_EQ(tk->DeleteElement(100, "a"), 0);
+  EXPECT_EQ(DocumentText(tk.tk), "<r><b/><a>2</a></r>");
+  EXPECT_EQ(tk->DeleteElement(100, "a/"), 0);
+  EXPECT_EQ(DocumentText(tk.tk), "<r><b/></r>");
+  EXPECT_EQ(tk->DeleteElement(100, "a"), -102);
+  EXPECT_EQ(log.joined(), "");
+}
+
+TEST(DeleteElement, Failures) {
+  Instance tk;
+  ASSERT_EQ(LoadText(tk.tk, "<r><a><b/></a><x/></r>"), 0);
+  ASSERT_EQ(tk->OpenElement("x"), 101u);
+  ASSERT_EQ(tk->OpenElement("a"), 102u);
+  ASSERT_EQ(tk->CloseElement(101), 0);
+  struct Case {
+    unsigned handle;
+    const char* path;
+    int result;
+  } const cases[] = {
+      {100, nullptr, -102}, {100, "", -102},  // never the handle's own element
+      {99, "a", -102},      {103, "a", -102},  {0xFFFFFFFFu, "a", -102},  // out of range
+      {101, "a", -6},                                                     // closed slot
+      {100, "b", -102},     {100, "a//", -102}, {100, "/a", -102}, {102, "a", -102},
+  };
+  MessageLog log;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.handle);
+    EXPECT_EQ(tk->DeleteElement(c.handle, c.path), c.result);
+  }
+  EXPECT_EQ(log.joined(), "");
+  EXPECT_EQ(DocumentText(tk.tk), "<r><a><b/></a><x/></r>");
+}
+
+TEST(DeleteElement, HandlesOnTheRemovedElementKeepWorking) {
+  Instance tk;
+  ASSERT_EQ(LoadText(tk.tk, "<r><a><b>v</b></a></r>"), 0);
+  const unsigned a = tk->OpenElement("a");
+  const unsigned b = tk->OpenElement("a/b");
+  ASSERT_NE(a, 0u);
+  ASSERT_NE(b, 0u);
+  ASSERT_EQ(tk->DeleteElement(100, "a"), 0);
+  EXPECT_EQ(DocumentText(tk.tk), "<r/>");
+  EXPECT_EQ(tk->OpenElement("a"), 0u);
+
+  ASSERT_EQ(tk->SetElementValue(b, nullptr, TK_VALUE_TEXT, 1, "w"), 0);
+  unsigned made = 0;
+  ASSERT_EQ(tk->CreateElement(a, "c", &made), 0);
+  EXPECT_EQ(SubTreeText(tk.tk, a), "<a><b>w</b><c/></a>");
+  ASSERT_EQ(tk->DeleteElement(a, "b"), 0);
+  EXPECT_EQ(SubTreeText(tk.tk, a), "<a><c/></a>");
+  EXPECT_EQ(SubTreeText(tk.tk, b), "<b>w</b>");
+  EXPECT_EQ(DocumentText(tk.tk), "<r/>");
+}
+
+}  // namespace
