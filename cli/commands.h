@@ -1,0 +1,84 @@
+// The tool's commands. Each Run function does one whole command and throws
+// CliError to end with a non-zero status; the Step functions are the parts
+// that batch lines share with the commands, on a document already loaded.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "document_io.h"
+#include "values.h"
+
+namespace tkcli {
+
+// Options that apply to every command.
+struct GlobalOptions {
+  bool verbose = false;
+  unsigned codePage = kUtf8CodePage;  // for text values the library can convert
+  bool crlf = false;                  // write the library's file form
+};
+
+struct CatArgs {
+  std::string file;
+  std::string path;
+};
+struct LsArgs {
+  std::string file;
+  std::string path;
+  bool attributes = false;
+};
+struct GetArgs {
+  std::string file;
+  std::string path;
+  ValueTarget target;
+};
+struct SetArgs {
+  std::string file;
+  std::vector<std::string> pairs;  // PATH VALUE PATH VALUE ...
+  ValueTarget target;
+  std::string output;
+};
+struct RmArgs {
+  std::string file;
+  std::string path;
+  std::string attribute;
+  std::string output;
+};
+struct NewArgs {
+  std::string root;
+  std::string output;
+};
+struct XsltArgs {
+  std::string file;
+  std::string stylesheet;
+  std::string output;
+};
+struct BatchArgs {
+  std::string file;
+  std::string output;
+};
+
+void ListStep(const Document& document, const LsArgs& args, const GlobalOptions& global,
+              std::string& out);
+void GetStep(const Document& document, const GetArgs& args, const GlobalOptions& global,
+             std::string& out);
+// Usage errors of a set (pairs, value forms) before anything is changed.
+void CheckSet(const SetArgs& args);
+void SetStep(const Document& document, const SetArgs& args);
+void RemoveStep(const Document& document, const RmArgs& args);
+
+// Writes an edited document: to output if one is given, else back to file
+// (to standard output if file was "-").
+void SaveDocument(const Document& document, const std::string& file, const std::string& output,
+                  const GlobalOptions& global);
+
+void RunCat(const CatArgs& args, const GlobalOptions& global);
+void RunLs(const LsArgs& args, const GlobalOptions& global);
+void RunGet(const GetArgs& args, const GlobalOptions& global);
+void RunSet(const SetArgs& args, const GlobalOptions& global);
+void RunRm(const RmArgs& args, const GlobalOptions& global);
+void RunNew(const NewArgs& args, const GlobalOptions& global);
+void RunXslt(const XsltArgs& args, const GlobalOptions& global);
+void RunBatch(const BatchArgs& args, const GlobalOptions& global);
+
+}  // namespace tkcli

@@ -1,0 +1,128 @@
+// cat, ls and get: commands that only read the document.
+#include <vector>
+
+#include "commands.h"
+#include "errors.h"
+#include "file_output.h"
+#include "paths.h"
+
+namespace tkcli {
+namespace {
+
+const char* KindName(unsigned nodeType) {
+  switch (nodeType) {
+    case 1:
+      return "element";
+    case 3:
+      return "text";
+    case 4:
+      return "cdata";
+    case 7:
+      return "pi";
+    case 8:
+      return "comment";
+    default:
+      return "node";
+  }
+}
+
+std::string NodeName(const Document& document, unsigned handle) {
+  unsigned size = 0;
+  int result = document->GetElementName(handle, nullptr, &size);
+  std::vector<char> name;
+  if (result == -105 && size > 0) {
+    name.assign(size, '\0');
+    result = document->GetElementName(handle, name.data(), &size);
+  }
+  if (result != 0) {
+    throw CliError(kFailed, document.name() + ": cannot read a node's name (" +
+                                std::to_string(result) + ")");
+  }
+  return std::string(name.data());
+}
+
+// An attribute value as it would stand between double quotes in XML, so
+// that each child stays on one line.
+std::string Quoted(const std::string& value) {
+  std::string text = "\"";
+  for (const char c : value) {
+    switch (c) {
+      case '&': text += "&amp;"; break;
+      case '<': text += "&lt;"; break;
+      case '"': text += "&quot;"; break;
+      case '\n': text += "&#10;"; break;
+      case '\r': text += "&#13;"; break;
+      case '\t': text += "&#9;"; break;
+      default: text += c;
+    }
+  }
+  return text + "\"";
+}
+
+}  // namespace
+
+void ListStep(const Document& document, const LsArgs& args, const GlobalOptions& global,
+              std::string& out) {
+  HandleScope scope(document);
+  const unsigned parent = RequireElement(scope, args.path);
+  unsigned count = 0;
+  const int counted = document->EnumElement(parent, &count);
+  if (counted == -109) return;  // no child nodes
+  if (counted != 0) {
+    throw CliError(kFailed, document.name() + ": cannot list '" + args.path + "' (" +
+                                std::to_string(counted) + ")");
+  }
+  for (unsigned index = 0; index < count; ++index) {
+    HandleScope childScope(document);
+    unsigned child = 0;
+    unsigned nodeType = 0;
+    const int opened = document->OpenElement(parent, index, &child, &nodeType);
+    if (opened != 0) {
+      throw CliError(kFailed, document.name() + ": cannot open child " + std::to_string(index) +
+                                  " of '" + args.path + "' (" + std::to_string(opened) + ")");
+    }
+    childScope.Keep(child);
+    std::string line = std::to_string(index) + " " + KindName(nodeType);
+    // Text, CDATA and comments have no name of their own worth showing.
+    if (nodeType == 1 || nodeType == 7) line += " " + NodeName(document, child);
+    if (nodeType == 1 && args.attributes) {
+      for (const auto& [name, value] : ReadAttributes(document, child, args.path, global.codePage)) {
+        line += " " + name + "=" + Quoted(value);
+      }
+    }
+    out += line + "\n";
+  }
+}
+
+void GetStep(const Document& document, const GetArgs& args, const GlobalOptions& global,
+             std::string& out) {
+  HandleScope scope(document);
+  const unsigned handle = RequireElement(scope, args.path);
+  out += ReadValue(document, handle, args.path, args.target, global.codePage) + "\n";
+}
+
+void RunCat(const CatArgs& args, const GlobalOptions& global) {
+  Document document;
+  document.Load(args.file);
+  HandleScope scope(document);
+  const unsigned handle = RequireElement(scope, args.path);
+  WriteOutput("-", document.Render(handle, global.crlf));
+}
+
+void RunLs(const LsArgs& args, const GlobalOptions& global) {
+  Document document;
+  document.Load(args.file);
+  std::string out;
+  ListStep(document, args, global, out);
+  WriteOutput("-", out);
+}
+
+void RunGet(const GetArgs& args, const GlobalOptions& global) {
+  Document document;
+  document.Load(args.file);
+  std::string out;
+  GetStep(document, args, global, out);
+  WriteOutput("-", out);
+}
+
+}  // namespace tkcli

@@ -1,0 +1,188 @@
+#include "document_io.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <regex>
+
+#include "errors.h"
+#include "stderr_capture.h"
+
+namespace tkcli {
+namespace {
+
+const char kStdinName[] = "<stdin>";
+
+[[noreturn]] void CannotRead(const std::string& file, int error) {
+  throw CliError(kBadInput, InputName(file) + ": cannot read: " + std::strerror(error));
+}
+
+// A descriptor that closes itself.
+struct Descriptor {
+  explicit Descriptor(int value) : fd(value) {}
+  ~Descriptor() {
+    if (fd >= 0) close(fd);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int fd;
+};
+
+// The name under which the library can open a descriptor of this process.
+std::string DescriptorPath(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
+
+bool WriteAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t put = write(fd, bytes.data(), bytes.size());
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(put));
+  }
+  return true;
+}
+
+std::string FirstLine(const std::string& text) {
+  size_t begin = text.find_first_not_of(" \t\r\n");
+  if (begin == std::string::npos) return {};
+  size_t end = text.find_first_of("\r\n", begin);
+  std::string line = text.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
+  while (!line.empty() && (line.back() == ' ' || line.back() == '\t')) line.pop_back();
+  return line;
+}
+
+// The library reports a failed parse on standard error as the engine's
+// reason followed by "Error on line L, position P in "NAME"." One line is
+// made of it that names the document, line and column.
+std::string ParseFailureMessage(const std::string& name, const std::string& report) {
+  static const std::regex kWhere("Error on line (-?[0-9]+), position (-?[0-9]+) in \"");
+  std::smatch where;
+  std::string reason = report;
+  std::string location = name;
+  if (std::regex_search(report, where, kWhere)) {
+    reason = report.substr(0, static_cast<size_t>(where.position(0)));
+    location += ":" + where.str(1) + ":" + where.str(2);
+  }
+  reason = FirstLine(reason);
+  if (reason.empty()) reason = "the parser gave no reason";
+  return location + ": not well-formed XML: " + reason;
+}
+
+}  // namespace
+
+std::string InputName(const std::string& file) { return file == "-" ? kStdinName : file; }
+
+std::string ReadInput(const std::string& file) {
+  Descriptor in(file == "-" ? dup(0) : open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (in.fd < 0) CannotRead(file, errno);
+  struct stat info;
+  if (fstat(in.fd, &info) == 0 && S_ISDIR(info.st_mode)) CannotRead(file, EISDIR);
+  std::string bytes;
+  char chunk[65536];
+  for (;;) {
+    const ssize_t got = read(in.fd, chunk, sizeof chunk);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) CannotRead(file, errno);
+    if (got == 0) break;
+    bytes.append(chunk, static_cast<size_t>(got));
+  }
+  return bytes;
+}
+
+Document::Document() : m_tk(TkCreateTreeKeeper(nullptr)) {
+  if (m_tk == nullptr) throw CliError(kFailed, "the library could not start a document");
+}
+
+Document::~Document() { TkDeleteTreeKeeper(m_tk); }
+
+void Document::Load(const std::string& file) {
+  if (file == "-") {
+    LoadBytes(ReadInput(file), kStdinName);
+    return;
+  }
+  struct stat info;
+  if (stat(file.c_str(), &info) != 0) CannotRead(file, errno);
+  if (S_ISDIR(info.st_mode)) CannotRead(file, EISDIR);
+  if (!S_ISREG(info.st_mode)) {
+    // A pipe or device can be read once only: take its bytes first.
+    LoadBytes(ReadInput(file), file);
+    return;
+  }
+  {
+    Descriptor probe(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    if (probe.fd < 0) CannotRead(file, errno);
+  }
+  m_name = file;
+  ImportPath(file);
+}
+
+void Document::LoadBytes(std::string_view bytes, const std::string& name) {
+  m_name = name;
+  // The bytes go through the same file import as a named file, so that a
+  // parse error is reported with its line and column.
+  Descriptor copy(memfd_create("treekeeper-input", MFD_CLOEXEC));
+  if (copy.fd < 0 || !WriteAll(copy.fd, bytes)) {
+    throw CliError(kFailed, name + ": cannot hold the input in memory: " + std::strerror(errno));
+  }
+  ImportPath(DescriptorPath(copy.fd));
+}
+
+void Document::ImportPath(const std::string& path) {
+  StderrCapture capture;
+  const int result = m_tk->ImportFromFile(path.c_str());
+  const std::string report = capture.Finish();
+  if (!report.empty() && DebugDescriptor() >= 0) WriteAll(DebugDescriptor(), report);
+  switch (result) {
+    case 0:
+      return;
+    case -1:
+      throw CliError(kBadInput, ParseFailureMessage(m_name, report));
+    case -101:
+      throw CliError(kBadInput, m_name + ": cannot read");
+    case -106:
+      throw CliError(kBadInput, m_name + ": not well-formed XML: no root element");
+    default:
+      throw CliError(kFailed, m_name + ": import failed (" + std::to_string(result) + ")");
+  }
+}
+
+void Document::CreateEmpty(const std::string& root) {
+  m_name = root;
+  const int result = m_tk->CreateEmpty(root.c_str());
+  if (result == -1) throw CliError(kUsage, "'" + root + "' is not a valid element name");
+  if (result != 0) {
+    throw CliError(kFailed, "cannot start a document (" + std::to_string(result) + ")");
+  }
+}
+
+std::string Document::Render(unsigned handle, bool crlf) const {
+  int result;
+  std::string bytes;
+  if (!crlf) {
+    outputstr text;
+    result = handle == kRootHandle ? m_tk->ExportToStream(text)
+                                   : m_tk->ExportSubTreeToStream(handle, text);
+    bytes.assign(text.text(), text.length());
+  } else {
+    // The file form is whatever the library's file export writes; it is
+    // written to an in-memory file and read back.
+    Descriptor file(memfd_create("treekeeper-export", MFD_CLOEXEC));
+    if (file.fd < 0) {
+      throw CliError(kFailed, m_name + ": cannot export: " + std::strerror(errno));
+    }
+    const std::string path = DescriptorPath(file.fd);
+    result = handle == kRootHandle ? m_tk->ExportToFile(path.c_str())
+                                   : m_tk->ExportSubTreeToFile(handle, path.c_str());
+    bytes = ReadDescriptor(file.fd);
+  }
+  if (result != 0) {
+    throw CliError(kFailed, m_name + ": the library could not write the document as XML (" +
+                                std::to_string(result) + ")");
+  }
+  return bytes;
+}
+
+}  // namespace tkcli

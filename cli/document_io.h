@@ -1,0 +1,52 @@
+// One document held by the library, as the commands see it: loaded from a
+// file or standard input, or started empty, and rendered back as XML bytes.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <treekeeper/treekeeper.h>
+
+namespace tkcli {
+
+constexpr unsigned kRootHandle = 100;
+
+class Document {
+ public:
+  Document();
+  ~Document();
+  Document(const Document&) = delete;
+  Document& operator=(const Document&) = delete;
+
+  ITreeKeeper* operator->() const { return m_tk; }
+  ITreeKeeper* tk() const { return m_tk; }
+  // How messages name the document: the file name, or "<stdin>".
+  const std::string& name() const { return m_name; }
+
+  // Loads FILE, or standard input for "-". A file that can't be read or is
+  // not well-formed XML ends the command with status 3.
+  void Load(const std::string& file);
+  // Loads XML bytes that came from somewhere else; name is for messages.
+  void LoadBytes(std::string_view bytes, const std::string& name);
+  // Starts a document under root; a name that is no element name is a
+  // usage error.
+  void CreateEmpty(const std::string& root);
+
+  // The element of handle (the whole document for the root handle) as XML:
+  // the library's text form, or with crlf its file form.
+  std::string Render(unsigned handle, bool crlf) const;
+
+ private:
+  void ImportPath(const std::string& path);
+
+  ITreeKeeper* m_tk;
+  std::string m_name;
+};
+
+// How messages name an input: the file name, or "<stdin>" for "-".
+std::string InputName(const std::string& file);
+
+// Reads FILE (or standard input for "-") whole; status 3 if it can't.
+std::string ReadInput(const std::string& file);
+
+}  // namespace tkcli

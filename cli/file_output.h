@@ -1,0 +1,17 @@
+// Writing a command's result: to standard output, or to a file that is
+// replaced atomically.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tkcli {
+
+// Writes bytes to target: standard output for "-", else a file. A file is
+// replaced as a whole: the bytes go to a temporary file in the same
+// directory, which is flushed to disk and renamed over target, keeping the
+// permissions of the file it replaces. An interrupted or failed run leaves
+// target as it was. Status 4 if the bytes can't be written.
+void WriteOutput(const std::string& target, std::string_view bytes);
+
+}  // namespace tkcli

@@ -1,0 +1,39 @@
+// Element paths as the tool uses them: "a/b/c" below the root, where the
+// first component may name the root itself.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "document_io.h"
+
+namespace tkcli {
+
+// Element handles opened during one command step, closed together in the
+// reverse order of opening so that the library's table shrinks back.
+class HandleScope {
+ public:
+  explicit HandleScope(const Document& document) : m_document(document) {}
+  ~HandleScope();
+  HandleScope(const HandleScope&) = delete;
+  HandleScope& operator=(const HandleScope&) = delete;
+
+  // Takes over a handle the library made (0 and the root pass through).
+  unsigned Keep(unsigned handle);
+  const Document& document() const { return m_document; }
+
+ private:
+  const Document& m_document;
+  std::vector<unsigned> m_handles;
+};
+
+// The element at path, or 0 if there is none.
+unsigned FindElement(HandleScope& scope, const std::string& path);
+// The element at path; status 1 if there is none.
+unsigned RequireElement(HandleScope& scope, const std::string& path);
+// The element at path, made with whatever elements of the path are missing.
+unsigned EnsureElement(HandleScope& scope, const std::string& path);
+// Takes the element at path out of the document; status 1 if there is none.
+void RemoveElement(HandleScope& scope, const std::string& path);
+
+}  // namespace tkcli
