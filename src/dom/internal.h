@@ -1,0 +1,160 @@
+// Internals shared by the DOM layer's implementation files. Only src/dom
+// includes this header (and through it the engine's headers).
+#pragma once
+
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "dom/dom.h"
+
+namespace tk::dom {
+
+// ---- engine set-up (init.cpp) ----------------------------------------------
+
+// One-time, process-wide set-up of the engine; safe to call from any thread.
+void EnsureEngine();
+// Parse options every load uses.
+int ParseOptions();
+// While alive, external entities requested on this thread are refused.
+class ParseScope {
+ public:
+  ParseScope();
+  ~ParseScope();
+  ParseScope(const ParseScope&) = delete;
+  ParseScope& operator=(const ParseScope&) = delete;
+};
+// The value our parser contexts carry in their _private field.
+void* ParserMark();
+// The failure seam of Document::Create.
+bool TakeCreateFailure();
+
+// ---- tree stamp --------------------------------------------------------------
+
+void BumpStamp();
+
+// ---- lifetime (lifetime.cpp) -------------------------------------------------
+
+// A weak cell: the node a WeakNode names, cleared when that node is freed.
+struct WeakCell {
+  xmlNodePtr node = nullptr;
+  xmlNsPtr ns = nullptr;
+  struct DocBlock* block = nullptr;
+  WeakCell* prev = nullptr;
+  WeakCell* next = nullptr;
+};
+
+// The control block of one engine document, kept in its _private field.
+// refs counts every counted reference to a node whose doc is this document
+// (and to the document node itself); holders counts the Document objects
+// that hold it as their tree. The document goes when both are zero.
+struct DocBlock {
+  xmlDocPtr doc = nullptr;
+  long refs = 0;
+  long holders = 0;
+  WeakCell* cells = nullptr;
+  // Namespace declarations taken off their element while a reference could
+  // still name them; each keeps its element in its _private field.
+  xmlNsPtr retired = nullptr;
+};
+
+// Makes (or finds) the control block of a document.
+DocBlock* BlockOf(xmlDocPtr doc);
+// Sets up a new document for our use: control block and UTF-8 output.
+void AdoptDocument(xmlDocPtr doc);
+
+void RefNode(xmlNodePtr node);
+void UnrefNode(xmlNodePtr node);
+void HoldDocument(xmlDocPtr doc);
+void ReleaseDocument(xmlDocPtr doc);
+
+// The topmost ancestor of a node (the node itself when it has no parent).
+xmlNodePtr TopOf(xmlNodePtr node);
+// True when the node hangs below a document node.
+bool InDocumentTree(xmlNodePtr node);
+// Frees a subtree that no document holds when no reference points into it.
+void FreeIfUnpinned(xmlNodePtr top);
+// Moves reference counts, weak cells and retired declarations of a subtree
+// from one document's block to another's (the subtree has been adopted).
+void TransferSubtree(xmlNodePtr top, DocBlock* from, DocBlock* to);
+// Frees the document of a block if nothing holds it any more.
+void FreeDocumentIfUnused(DocBlock* block);
+// Keeps a namespace declaration that left its element alive as long as the element.
+void RetireNs(xmlNodePtr element, xmlNsPtr ns);
+void LinkWeakCell(WeakCell* cell, xmlNodePtr node, xmlNsPtr ns);
+void UnlinkWeakCell(WeakCell* cell);
+
+// ---- node helpers ------------------------------------------------------------
+
+// Children the DOM shows: elements, text, CDATA, comments, processing instructions.
+inline bool IsVisible(const xmlNode* node) {
+  switch (node->type) {
+    case XML_ELEMENT_NODE:
+    case XML_TEXT_NODE:
+    case XML_CDATA_SECTION_NODE:
+    case XML_PI_NODE:
+    case XML_COMMENT_NODE:
+    case XML_ENTITY_REF_NODE:
+      return true;
+    default:
+      return false;
+  }
+}
+inline bool HasChildList(const xmlNode* node) {
+  return node->type == XML_ELEMENT_NODE || node->type == XML_DOCUMENT_NODE ||
+         node->type == XML_HTML_DOCUMENT_NODE;
+}
+inline xmlNodePtr FirstVisible(xmlNodePtr node) {
+  while (node != nullptr && !IsVisible(node)) node = node->next;
+  return node;
+}
+inline xmlNodePtr FirstChild(const xmlNode* parent) {
+  return HasChildList(parent) ? FirstVisible(parent->children) : nullptr;
+}
+inline xmlNodePtr NextVisible(const xmlNode* node) { return FirstVisible(node->next); }
+
+int TypeOf(const xmlNode* node, const xmlNs* ns);
+// Appends the qualified name of a node to out.
+void AppendName(const xmlNode* node, const xmlNs* ns, std::string& out);
+bool NameEquals(const xmlNode* node, const xmlNs* ns, std::string_view name);
+
+// ---- text rules (text.cpp) ---------------------------------------------------
+
+// True when the bytes are UTF-8 made only of characters XML 1.0 can hold.
+bool IsXmlText(std::string_view utf8);
+// True for a name createNode / createAttribute take: an XML name, with at
+// most one colon that splits it into two non-empty parts.
+bool IsQualifiedName(std::string_view name);
+inline const xmlChar* X(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
+inline const char* C(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
+// A NUL-terminated copy for the engine; throws std::bad_alloc when memory runs out.
+xmlChar* EngineString(std::string_view text);
+
+// ---- access to the private parts of the public classes ----------------------
+
+struct NodeAccess {
+  static Node Make(xmlNodePtr node, xmlNsPtr ns = nullptr) {
+    Node out;
+    if (node != nullptr) {
+      RefNode(node);
+      out.m_node = node;
+      out.m_ns = ns;
+    }
+    return out;
+  }
+  static xmlNodePtr Raw(const Node& node) { return node.m_node; }
+  static xmlNsPtr Ns(const Node& node) { return node.m_ns; }
+  static xmlDocPtr DocOf(const Document& document);
+  static Document::Object* ObjectOf(const Document& document) { return document.m_object; }
+  static void SetObject(Document& document, Document::Object* object) {
+    document.reset();
+    document.m_object = object;
+  }
+  static WeakCell* Cell(const WeakNode& weak);
+};
+
+}  // namespace tk::dom

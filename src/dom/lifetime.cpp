@@ -1,0 +1,238 @@
+// Reference counting of nodes and documents.
+//
+// Each node keeps the number of counted references to it in its _private
+// field; each document keeps a control block (DocBlock) in its own _private
+// field that sums the references to all nodes whose doc it is, plus the
+// Document objects holding it. A subtree that no document holds (removed,
+// or never inserted) is freed when the last reference into it goes; a
+// document is freed when neither a holder nor a reference remains, so the
+// names and dictionary a surviving node uses are never freed under it.
+#include <new>
+
+#include "dom/internal.h"
+
+namespace tk::dom {
+namespace {
+
+uintptr_t CountOf(const xmlNode* node) { return reinterpret_cast<uintptr_t>(node->_private); }
+void SetCount(xmlNodePtr node, uintptr_t count) {
+  node->_private = reinterpret_cast<void*>(count);
+}
+bool IsDocument(const xmlNode* node) {
+  return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
+}
+
+// Calls visit on every node of a subtree (the node, its attributes and its
+// children, depth first) until visit returns true; returns that answer.
+template <typename Visit>
+bool AnyInSubtree(xmlNodePtr top, Visit visit) {
+  xmlNodePtr node = top;
+  while (node != nullptr) {
+    if (visit(node)) return true;
+    if (node->type == XML_ELEMENT_NODE) {
+      for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) {
+        if (visit(reinterpret_cast<xmlNodePtr>(attr))) return true;
+      }
+    }
+    if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
+      node = node->children;
+      continue;
+    }
+    while (node != top && node->next == nullptr) node = node->parent;
+    if (node == top) break;
+    node = node->next;
+  }
+  return false;
+}
+
+bool IsWithin(const xmlNode* node, const xmlNode* top) {
+  for (; node != nullptr; node = node->parent) {
+    if (node == top) return true;
+  }
+  return false;
+}
+
+void UnlinkCell(DocBlock* block, WeakCell* cell) {
+  if (cell->prev != nullptr) cell->prev->next = cell->next;
+  else block->cells = cell->next;
+  if (cell->next != nullptr) cell->next->prev = cell->prev;
+  cell->prev = cell->next = nullptr;
+  cell->block = nullptr;
+}
+
+void LinkCell(DocBlock* block, WeakCell* cell) {
+  cell->block = block;
+  cell->prev = nullptr;
+  cell->next = block->cells;
+  if (block->cells != nullptr) block->cells->prev = cell;
+  block->cells = cell;
+}
+
+// Takes the retired declarations whose element lies in the subtree out of
+// the block's list and gives them back as a chain.
+xmlNsPtr TakeRetired(DocBlock* block, const xmlNode* top) {
+  xmlNsPtr taken = nullptr;
+  xmlNsPtr* link = &block->retired;
+  while (*link != nullptr) {
+    xmlNsPtr ns = *link;
+    if (IsWithin(static_cast<const xmlNode*>(ns->_private), top)) {
+      *link = ns->next;
+      ns->next = taken;
+      taken = ns;
+    } else {
+      link = &ns->next;
+    }
+  }
+  return taken;
+}
+
+void FreeSubtree(DocBlock* block, xmlNodePtr top) {
+  for (WeakCell* cell = block->cells; cell != nullptr;) {
+    WeakCell* next = cell->next;
+    if (IsWithin(cell->node, top)) {
+      UnlinkCell(block, cell);
+      cell->node = nullptr;
+      cell->ns = nullptr;
+    }
+    cell = next;
+  }
+  xmlNsPtr retired = TakeRetired(block, top);
+  if (retired != nullptr) xmlFreeNsList(retired);
+  BumpStamp();
+  if (top->type == XML_ATTRIBUTE_NODE) {
+    xmlFreeProp(reinterpret_cast<xmlAttrPtr>(top));
+  } else {
+    xmlFreeNode(top);
+  }
+}
+
+}  // namespace
+
+DocBlock* BlockOf(xmlDocPtr doc) {
+  auto* block = static_cast<DocBlock*>(doc->_private);
+  if (block == nullptr) {
+    block = new DocBlock;
+    block->doc = doc;
+    doc->_private = block;
+  }
+  return block;
+}
+
+void AdoptDocument(xmlDocPtr doc) {
+  BlockOf(doc);
+  // Serialisation writes characters outside ASCII as they are (also in
+  // attribute values) only when the document names an encoding.
+  if (doc->encoding == nullptr || !xmlStrEqual(doc->encoding, X("UTF-8"))) {
+    xmlChar* utf8 = xmlStrdup(X("UTF-8"));
+    if (utf8 == nullptr) throw std::bad_alloc();
+    if (doc->encoding != nullptr) xmlFree(const_cast<xmlChar*>(doc->encoding));
+    doc->encoding = utf8;
+  }
+}
+
+void RefNode(xmlNodePtr node) {
+  DocBlock* block = BlockOf(node->doc != nullptr ? node->doc : reinterpret_cast<xmlDocPtr>(node));
+  if (!IsDocument(node)) SetCount(node, CountOf(node) + 1);
+  ++block->refs;
+}
+
+void UnrefNode(xmlNodePtr node) {
+  if (IsDocument(node)) {
+    DocBlock* block = BlockOf(reinterpret_cast<xmlDocPtr>(node));
+    --block->refs;
+    FreeDocumentIfUnused(block);
+    return;
+  }
+  DocBlock* block = BlockOf(node->doc);
+  const uintptr_t count = CountOf(node) - 1;
+  SetCount(node, count);
+  --block->refs;
+  if (count == 0) FreeIfUnpinned(TopOf(node));
+  FreeDocumentIfUnused(block);
+}
+
+void HoldDocument(xmlDocPtr doc) { ++BlockOf(doc)->holders; }
+
+void ReleaseDocument(xmlDocPtr doc) {
+  DocBlock* block = BlockOf(doc);
+  --block->holders;
+  FreeDocumentIfUnused(block);
+}
+
+xmlNodePtr TopOf(xmlNodePtr node) {
+  while (node->parent != nullptr) node = node->parent;
+  return node;
+}
+
+bool InDocumentTree(xmlNodePtr node) { return IsDocument(TopOf(node)); }
+
+void FreeIfUnpinned(xmlNodePtr top) {
+  if (IsDocument(top) || top->parent != nullptr) return;
+  if (AnyInSubtree(top, [](xmlNodePtr n) { return CountOf(n) != 0; })) return;
+  FreeSubtree(BlockOf(top->doc), top);
+}
+
+void TransferSubtree(xmlNodePtr top, DocBlock* from, DocBlock* to) {
+  if (from == to) return;
+  AnyInSubtree(top, [&](xmlNodePtr n) {
+    const long count = static_cast<long>(CountOf(n));
+    from->refs -= count;
+    to->refs += count;
+    return false;
+  });
+  for (WeakCell* cell = from->cells; cell != nullptr;) {
+    WeakCell* next = cell->next;
+    if (IsWithin(cell->node, top)) {
+      UnlinkCell(from, cell);
+      LinkCell(to, cell);
+    }
+    cell = next;
+  }
+  xmlNsPtr retired = TakeRetired(from, top);
+  while (retired != nullptr) {
+    xmlNsPtr next = retired->next;
+    retired->next = to->retired;
+    to->retired = retired;
+    retired = next;
+  }
+}
+
+void FreeDocumentIfUnused(DocBlock* block) {
+  if (block->refs != 0 || block->holders != 0) return;
+  for (WeakCell* cell = block->cells; cell != nullptr;) {
+    WeakCell* next = cell->next;
+    cell->node = nullptr;
+    cell->ns = nullptr;
+    cell->prev = cell->next = nullptr;
+    cell->block = nullptr;
+    cell = next;
+  }
+  if (block->retired != nullptr) xmlFreeNsList(block->retired);
+  xmlDocPtr doc = block->doc;
+  doc->_private = nullptr;
+  delete block;
+  BumpStamp();
+  xmlFreeDoc(doc);
+}
+
+void RetireNs(xmlNodePtr element, xmlNsPtr ns) {
+  DocBlock* block = BlockOf(element->doc);
+  ns->_private = element;
+  ns->next = block->retired;
+  block->retired = ns;
+}
+
+void LinkWeakCell(WeakCell* cell, xmlNodePtr node, xmlNsPtr ns) {
+  cell->node = node;
+  cell->ns = ns;
+  xmlDocPtr doc = node->doc != nullptr ? node->doc : reinterpret_cast<xmlDocPtr>(node);
+  LinkCell(BlockOf(doc), cell);
+}
+
+void UnlinkWeakCell(WeakCell* cell) {
+  if (cell->block != nullptr) UnlinkCell(cell->block, cell);
+  cell->node = nullptr;
+  cell->ns = nullptr;
+}
+
+}  // namespace tk::dom

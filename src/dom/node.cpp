@@ -1,0 +1,310 @@
+// Node and NodePtr: identity, names, children, values.
+#include <cstring>
+#include <new>
+
+#include "dom/internal.h"
+
+namespace tk::dom {
+
+// ---- names and types -----------------------------------------------------------
+
+int TypeOf(const xmlNode* node, const xmlNs* ns) {
+  if (node == nullptr) return kNone;
+  if (ns != nullptr) return kAttribute;
+  switch (node->type) {
+    case XML_ELEMENT_NODE: return kElement;
+    case XML_ATTRIBUTE_NODE: return kAttribute;
+    case XML_TEXT_NODE: return kText;
+    case XML_CDATA_SECTION_NODE: return kCData;
+    case XML_ENTITY_REF_NODE: return 5;
+    case XML_PI_NODE: return kProcessingInstruction;
+    case XML_COMMENT_NODE: return kComment;
+    case XML_DOCUMENT_NODE:
+    case XML_HTML_DOCUMENT_NODE: return kDocumentNode;
+    case XML_DTD_NODE: return 10;
+    default: return kNone;
+  }
+}
+
+namespace {
+
+const char* FixedName(const xmlNode* node) {
+  switch (node->type) {
+    case XML_TEXT_NODE: return "#text";
+    case XML_CDATA_SECTION_NODE: return "#cdata-section";
+    case XML_COMMENT_NODE: return "#comment";
+    case XML_DOCUMENT_NODE:
+    case XML_HTML_DOCUMENT_NODE: return "#document";
+    default: return nullptr;
+  }
+}
+
+// The prefix of an element or attribute name, when it has a namespace with one.
+const xmlChar* PrefixOf(const xmlNode* node) {
+  if (node->type == XML_ELEMENT_NODE || node->type == XML_ATTRIBUTE_NODE) {
+    if (node->ns != nullptr) return node->ns->prefix;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+void AppendName(const xmlNode* node, const xmlNs* ns, std::string& out) {
+  if (ns != nullptr) {
+    out += "xmlns";
+    if (ns->prefix != nullptr) {
+      out += ':';
+      out += C(ns->prefix);
+    }
+    return;
+  }
+  if (const char* fixed = FixedName(node)) {
+    out += fixed;
+    return;
+  }
+  if (const xmlChar* prefix = PrefixOf(node)) {
+    out += C(prefix);
+    out += ':';
+  }
+  if (node->name != nullptr) out += C(node->name);
+}
+
+bool NameEquals(const xmlNode* node, const xmlNs* ns, std::string_view name) {
+  if (node == nullptr) return false;
+  auto consume = [&name](const char* part) {
+    const size_t n = std::strlen(part);
+    if (name.compare(0, n, part) != 0 || name.size() < n) return false;
+    name.remove_prefix(n);
+    return true;
+  };
+  if (ns != nullptr) {
+    if (!consume("xmlns")) return false;
+    if (ns->prefix == nullptr) return name.empty();
+    return consume(":") && consume(C(ns->prefix)) && name.empty();
+  }
+  if (const char* fixed = FixedName(node)) return consume(fixed) && name.empty();
+  if (const xmlChar* prefix = PrefixOf(node)) {
+    if (!consume(C(prefix)) || !consume(":")) return false;
+  }
+  return node->name != nullptr && consume(C(node->name)) && name.empty();
+}
+
+// ---- NodePtr ---------------------------------------------------------------------
+
+int NodePtr::nodeType() const { return TypeOf(m_node, nullptr); }
+bool NodePtr::nameEquals(std::string_view name) const {
+  return NameEquals(m_node, nullptr, name);
+}
+std::string NodePtr::nodeName() const {
+  std::string out;
+  if (m_node != nullptr) AppendName(m_node, nullptr, out);
+  return out;
+}
+NodePtr NodePtr::nextSibling() const {
+  return NodePtr(m_node != nullptr ? NextVisible(m_node) : nullptr);
+}
+Node NodePtr::ref() const { return NodeAccess::Make(m_node); }
+
+// ---- Node: identity ----------------------------------------------------------------
+
+Node::Node(const Node& other) noexcept : m_node(other.m_node), m_ns(other.m_ns) {
+  if (m_node != nullptr) RefNode(m_node);
+}
+Node::Node(Node&& other) noexcept : m_node(other.m_node), m_ns(other.m_ns) {
+  other.m_node = nullptr;
+  other.m_ns = nullptr;
+}
+Node& Node::operator=(const Node& other) noexcept {
+  if (this != &other) {
+    Node copy(other);
+    *this = std::move(copy);
+  }
+  return *this;
+}
+Node& Node::operator=(Node&& other) noexcept {
+  if (this != &other) {
+    reset();
+    m_node = other.m_node;
+    m_ns = other.m_ns;
+    other.m_node = nullptr;
+    other.m_ns = nullptr;
+  }
+  return *this;
+}
+Node::~Node() { reset(); }
+void Node::reset() noexcept {
+  xmlNodePtr node = m_node;
+  m_node = nullptr;
+  m_ns = nullptr;
+  if (node != nullptr) UnrefNode(node);
+}
+bool Node::isSameNode(const Node& other) const noexcept {
+  return m_node == other.m_node && m_ns == other.m_ns;
+}
+NodePtr Node::ptr() const noexcept { return NodePtr(m_ns == nullptr ? m_node : nullptr); }
+
+int Node::nodeType() const { return TypeOf(m_node, m_ns); }
+
+int Node::get_nodeName(std::string& out) const {
+  out.clear();
+  if (m_node == nullptr) return kInvalidArg;
+  AppendName(m_node, m_ns, out);
+  return kOk;
+}
+
+bool Node::nameEquals(std::string_view name) const { return NameEquals(m_node, m_ns, name); }
+
+// ---- Node: children ---------------------------------------------------------------
+
+int Node::hasChildNodes(bool& has) const {
+  has = false;
+  if (m_node == nullptr) return kInvalidArg;
+  has = m_ns == nullptr && FirstChild(m_node) != nullptr;
+  return has ? kOk : kFalse;
+}
+
+int Node::get_childNodes(NodeList& out) const {
+  out.m_parent.reset();
+  if (m_node == nullptr) return kInvalidArg;
+  out.m_parent = *this;
+  return kOk;
+}
+
+NodePtr Node::firstChild() const {
+  return NodePtr(m_node != nullptr && m_ns == nullptr ? FirstChild(m_node) : nullptr);
+}
+
+int Node::get_parentNode(Node& out) const {
+  out.reset();
+  if (m_node == nullptr) return kInvalidArg;
+  if (m_ns != nullptr || m_node->type == XML_ATTRIBUTE_NODE) return kFalse;
+  if (m_node->parent == nullptr) return kFalse;
+  out = NodeAccess::Make(m_node->parent);
+  return kOk;
+}
+
+// ---- Node: values -----------------------------------------------------------------
+
+int Node::get_nodeValue(std::string& out) const {
+  out.clear();
+  if (m_node == nullptr) return kInvalidArg;
+  if (m_ns != nullptr) {
+    if (m_ns->href != nullptr) out = C(m_ns->href);
+    return kOk;
+  }
+  switch (m_node->type) {
+    case XML_TEXT_NODE:
+    case XML_CDATA_SECTION_NODE:
+    case XML_COMMENT_NODE:
+    case XML_PI_NODE:
+      if (m_node->content != nullptr) out = C(m_node->content);
+      return kOk;
+    case XML_ATTRIBUTE_NODE: {
+      xmlNodePtr child = m_node->children;
+      if (child != nullptr && child->next == nullptr && child->type == XML_TEXT_NODE) {
+        if (child->content != nullptr) out = C(child->content);
+        return kOk;
+      }
+      xmlChar* value = xmlNodeGetContent(m_node);
+      if (value != nullptr) {
+        out = C(value);
+        xmlFree(value);
+      } else if (child != nullptr) {
+        throw std::bad_alloc();
+      }
+      return kOk;
+    }
+    default:
+      return kFalse;
+  }
+}
+
+namespace {
+
+bool UsesNs(xmlNodePtr element, xmlNsPtr ns);
+
+}  // namespace
+
+int Node::put_nodeValue(std::string_view utf8) {
+  if (m_node == nullptr) return kInvalidArg;
+  if (!IsXmlText(utf8) || utf8.find('\0') != std::string_view::npos) return kInvalidArg;
+  if (m_ns != nullptr) {
+    if (utf8.empty() && m_ns->prefix != nullptr) return kInvalidArg;
+    if (UsesNs(m_node, m_ns)) return kFail;  // would move named nodes to another namespace
+    xmlChar* href = EngineString(utf8);
+    xmlFree(const_cast<xmlChar*>(m_ns->href));
+    m_ns->href = href;
+    return kOk;
+  }
+  switch (m_node->type) {
+    case XML_COMMENT_NODE:
+      if (utf8.find("--") != std::string_view::npos ||
+          (!utf8.empty() && utf8.back() == '-')) {
+        return kInvalidArg;
+      }
+      break;
+    case XML_PI_NODE:
+      if (utf8.find("?>") != std::string_view::npos) return kInvalidArg;
+      break;
+    case XML_TEXT_NODE:
+    case XML_CDATA_SECTION_NODE:
+    case XML_ATTRIBUTE_NODE:
+      break;
+    default:
+      return kFail;
+  }
+  if (m_node->type == XML_ATTRIBUTE_NODE) {
+    xmlChar* value = EngineString(utf8);
+    // The attribute's text children are replaced; nothing outside holds them.
+    xmlNodePtr text = xmlNewDocText(m_node->doc, value);
+    xmlFree(value);
+    if (text == nullptr) throw std::bad_alloc();
+    xmlNodePtr old = m_node->children;
+    text->parent = m_node;
+    m_node->children = m_node->last = text;
+    if (old != nullptr) xmlFreeNodeList(old);
+    BumpStamp();
+    return kOk;
+  }
+  xmlNodeSetContentLen(m_node, X(utf8.data()), static_cast<int>(utf8.size()));
+  if (!utf8.empty() && m_node->content == nullptr) throw std::bad_alloc();
+  return kOk;
+}
+
+namespace {
+
+bool UsesNs(xmlNodePtr element, xmlNsPtr ns) {
+  xmlNodePtr node = element;
+  while (node != nullptr) {
+    if (node->type == XML_ELEMENT_NODE) {
+      if (node->ns == ns) return true;
+      for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) {
+        if (attr->ns == ns) return true;
+      }
+      if (node->children != nullptr) {
+        node = node->children;
+        continue;
+      }
+    }
+    while (node != element && node->next == nullptr) node = node->parent;
+    if (node == element) break;
+    node = node->next;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns) { return UsesNs(element, ns); }
+
+// ---- Node: attributes -------------------------------------------------------------
+
+int Node::get_attributes(AttrMap& out) const {
+  out.m_element.reset();
+  if (m_node == nullptr) return kInvalidArg;
+  if (m_ns != nullptr || m_node->type != XML_ELEMENT_NODE) return kFalse;
+  out.m_element = *this;
+  return kOk;
+}
+
+}  // namespace tk::dom

@@ -1,0 +1,171 @@
+// get_xml: a node and its subtree as UTF-8 XML text, written by the
+// engine's serialiser straight into one buffer and copied out once.
+#include <libxml/xmlIO.h>
+#include <libxml/xmlsave.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "dom/internal.h"
+
+namespace tk::dom {
+namespace {
+
+struct OutputCloser {
+  void operator()(xmlOutputBufferPtr buffer) const { xmlOutputBufferClose(buffer); }
+};
+using Output = std::unique_ptr<xmlOutputBuffer, OutputCloser>;
+
+bool Contains(const std::vector<xmlNsPtr>& list, const xmlNs* ns) {
+  for (const xmlNs* item : list) {
+    if (item == ns) return true;
+  }
+  return false;
+}
+
+bool IsXmlNamespace(const xmlNs* ns) {
+  return ns->prefix != nullptr && xmlStrEqual(ns->prefix, X("xml"));
+}
+
+// Whether the element's text could name a namespace it doesn't declare
+// itself: one of its ancestors declares one, or the document keeps
+// declarations for detached branches.
+bool MayNeedDeclarations(const xmlNode* element) {
+  for (const xmlNode* up = element->parent; up != nullptr && up->type == XML_ELEMENT_NODE;
+       up = up->parent) {
+    if (up->nsDef != nullptr) return true;
+  }
+  const xmlDoc* doc = element->doc;
+  return doc != nullptr && doc->oldNs != nullptr && doc->oldNs->next != nullptr;
+}
+
+// The namespaces used in the subtree and declared outside it, one per prefix.
+std::vector<xmlNsPtr> MissingDeclarations(xmlNodePtr top) {
+  std::vector<xmlNsPtr> declared;
+  std::vector<xmlNsPtr> missing;
+  auto use = [&](xmlNsPtr ns) {
+    if (ns == nullptr || IsXmlNamespace(ns) || Contains(declared, ns) || Contains(missing, ns)) {
+      return;
+    }
+    for (const xmlNs* other : missing) {
+      if (xmlStrEqual(other->prefix, ns->prefix)) return;  // first one per prefix
+    }
+    missing.push_back(ns);
+  };
+  xmlNodePtr node = top;
+  while (node != nullptr) {
+    if (node->type == XML_ELEMENT_NODE) {
+      for (xmlNsPtr ns = node->nsDef; ns != nullptr; ns = ns->next) declared.push_back(ns);
+      use(node->ns);
+      for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) use(attr->ns);
+      if (node->children != nullptr) {
+        node = node->children;
+        continue;
+      }
+    }
+    while (node != top && node->next == nullptr) node = node->parent;
+    if (node == top) break;
+    node = node->next;
+  }
+  // A prefix the element declares itself can't be declared twice.
+  std::vector<xmlNsPtr> result;
+  for (xmlNsPtr ns : missing) {
+    bool clash = false;
+    for (xmlNsPtr own = top->nsDef; own != nullptr; own = own->next) {
+      if (xmlStrEqual(own->prefix, ns->prefix)) clash = true;
+    }
+    if (!clash) result.push_back(ns);
+  }
+  return result;
+}
+
+// Puts copies of declarations in front of an element's own for the time of
+// one serialisation.
+class TemporaryDeclarations {
+ public:
+  TemporaryDeclarations(xmlNodePtr element, const std::vector<xmlNsPtr>& missing)
+      : m_element(element), m_saved(element->nsDef), m_copies(missing.size()) {
+    if (missing.empty()) return;
+    for (size_t i = 0; i < missing.size(); ++i) {
+      xmlNs& copy = m_copies[i];
+      std::memset(&copy, 0, sizeof copy);
+      copy.type = XML_NAMESPACE_DECL;
+      copy.href = missing[i]->href;
+      copy.prefix = missing[i]->prefix;
+      copy.next = i + 1 < missing.size() ? &m_copies[i + 1] : m_saved;
+    }
+    element->nsDef = &m_copies[0];
+  }
+  ~TemporaryDeclarations() { m_element->nsDef = m_saved; }
+  TemporaryDeclarations(const TemporaryDeclarations&) = delete;
+  TemporaryDeclarations& operator=(const TemporaryDeclarations&) = delete;
+
+ private:
+  xmlNodePtr m_element;
+  xmlNsPtr m_saved;
+  std::vector<xmlNs> m_copies;
+};
+
+void AppendEscapedAttribute(const xmlChar* text, std::string& out) {
+  for (const xmlChar* p = text; p != nullptr && *p != 0; ++p) {
+    switch (*p) {
+      case '<': out += "&lt;"; break;
+      case '>': out += "&gt;"; break;
+      case '&': out += "&amp;"; break;
+      case '"': out += "&quot;"; break;
+      case '\n': out += "&#10;"; break;
+      case '\r': out += "&#13;"; break;
+      case '\t': out += "&#9;"; break;
+      default: out += static_cast<char>(*p);
+    }
+  }
+}
+
+void Dump(xmlOutputBufferPtr buffer, xmlNodePtr node) {
+  if (node->type == XML_ELEMENT_NODE && MayNeedDeclarations(node)) {
+    TemporaryDeclarations extra(node, MissingDeclarations(node));
+    xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
+    return;
+  }
+  xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
+}
+
+}  // namespace
+
+int Node::get_xml(std::string& out) const {
+  out.clear();
+  if (m_node == nullptr) return kInvalidArg;
+  if (m_ns != nullptr) {
+    AppendName(m_node, m_ns, out);
+    out += "=\"";
+    AppendEscapedAttribute(m_ns->href, out);
+    out += '"';
+    return kOk;
+  }
+  Output buffer(xmlAllocOutputBuffer(nullptr));
+  if (!buffer) throw std::bad_alloc();
+  if (m_node->type == XML_DOCUMENT_NODE || m_node->type == XML_HTML_DOCUMENT_NODE) {
+    bool first = true;
+    for (xmlNodePtr child = FirstChild(m_node); child != nullptr; child = NextVisible(child)) {
+      if (!first) xmlOutputBufferWrite(buffer.get(), 1, "\n");
+      first = false;
+      Dump(buffer.get(), child);
+    }
+  } else {
+    Dump(buffer.get(), m_node);
+  }
+  if (buffer->error == XML_ERR_NO_MEMORY) throw std::bad_alloc();
+  if (buffer->error != 0) return kFail;
+  const char* text = C(xmlOutputBufferGetContent(buffer.get()));
+  size_t size = xmlOutputBufferGetSize(buffer.get());
+  if (m_node->type == XML_ATTRIBUTE_NODE && size > 0 && text[0] == ' ') {
+    ++text;  // the serialiser writes an attribute with its separating blank
+    --size;
+  }
+  out.assign(text != nullptr ? text : "", size);
+  return kOk;
+}
+
+}  // namespace tk::dom

@@ -1,0 +1,98 @@
+// Structural changes: appendChild and removeChild.
+//
+// Nodes are linked by hand: the engine's own insertion merges adjacent text
+// nodes and may free a node a reference still names.
+#include "dom/internal.h"
+
+namespace tk::dom {
+namespace {
+
+bool IsDocumentNode(const xmlNode* node) {
+  return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
+}
+
+bool CanHoldChild(const xmlNode* parent, const xmlNode* child) {
+  switch (child->type) {
+    case XML_ELEMENT_NODE:
+    case XML_TEXT_NODE:
+    case XML_CDATA_SECTION_NODE:
+    case XML_PI_NODE:
+    case XML_COMMENT_NODE:
+      break;
+    default:
+      return false;
+  }
+  if (parent->type == XML_ELEMENT_NODE) return true;
+  if (!IsDocumentNode(parent)) return false;
+  // A document holds one element and no text.
+  if (child->type == XML_TEXT_NODE || child->type == XML_CDATA_SECTION_NODE) return false;
+  if (child->type == XML_ELEMENT_NODE) {
+    xmlNodePtr root = xmlDocGetRootElement(reinterpret_cast<const xmlDoc*>(parent));
+    if (root != nullptr && root != child) return false;
+  }
+  return true;
+}
+
+void LinkLast(xmlNodePtr parent, xmlNodePtr child) {
+  child->parent = parent;
+  child->next = nullptr;
+  child->prev = parent->last;
+  if (parent->last != nullptr) {
+    parent->last->next = child;
+  } else {
+    parent->children = child;
+  }
+  parent->last = child;
+}
+
+}  // namespace
+
+int Node::appendChild(const Node& child, Node& inTree) {
+  inTree.reset();
+  if (m_node == nullptr || child.m_node == nullptr) return kInvalidArg;
+  if (m_ns != nullptr || child.m_ns != nullptr) return kFail;
+  xmlNodePtr parent = m_node;
+  xmlNodePtr node = child.m_node;
+  if (!CanHoldChild(parent, node)) return kFail;
+  for (xmlNodePtr up = parent; up != nullptr; up = up->parent) {
+    if (up == node) return kFail;  // a node can't go below itself
+  }
+  xmlDocPtr targetDoc = IsDocumentNode(parent) ? reinterpret_cast<xmlDocPtr>(parent) : parent->doc;
+  xmlNodePtr oldTop = node->parent != nullptr ? TopOf(node) : nullptr;
+  DocBlock* from = BlockOf(node->doc);
+  DocBlock* to = BlockOf(targetDoc);
+  if (from != to) {
+    // Names, dictionary strings and namespace references move over.
+    if (xmlDOMWrapAdoptNode(nullptr, node->doc, node, targetDoc,
+                            IsDocumentNode(parent) ? nullptr : parent, 0) != 0) {
+      return kFail;
+    }
+    if (node->parent != nullptr) xmlUnlinkNode(node);
+    TransferSubtree(node, from, to);
+  } else if (node->parent != nullptr) {
+    xmlUnlinkNode(node);
+  }
+  LinkLast(parent, node);
+  if (node->type == XML_ELEMENT_NODE) xmlDOMWrapReconcileNamespaces(nullptr, node, 0);
+  BumpStamp();
+  inTree = child;
+  if (oldTop != nullptr && TopOf(node) != oldTop) FreeIfUnpinned(oldTop);
+  if (from != to) FreeDocumentIfUnused(from);
+  return kOk;
+}
+
+int Node::removeChild(const Node& child, Node& removed) {
+  removed.reset();
+  if (m_node == nullptr || child.m_node == nullptr) return kInvalidArg;
+  if (m_ns != nullptr || child.m_ns != nullptr) return kInvalidArg;
+  xmlNodePtr node = child.m_node;
+  if (node->type == XML_ATTRIBUTE_NODE || node->parent != m_node) return kInvalidArg;
+  // Namespace references inside the branch are made to stand on their own.
+  if (xmlDOMWrapRemoveNode(nullptr, node->doc, node, 0) != 0) return kFail;
+  if (node->parent != nullptr) xmlUnlinkNode(node);
+  BumpStamp();
+  removed = child;
+  return kOk;
+}
+
+}  // namespace tk::dom
