@@ -1,0 +1,88 @@
+// What every benchmark program shares: the corpus of the run, temporary
+// files, the engine options the library parses with, and small helpers.
+//
+// Benchmark names have four parts, op/shape/size/library, e.g.
+// "parse_memory/config/1MB/treekeeper"; tools/bench-report groups by them.
+#pragma once
+
+#include <benchmark/benchmark.h>
+#include <libxml/parser.h>
+#include <treekeeper/treekeeper.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "corpus.h"
+
+namespace tkbench {
+
+// The options the library's own parses use, so that the raw libxml2 peer
+// parses the same bytes the same way.
+constexpr int kDomParseOptions = XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_NOERROR |
+                                 XML_PARSE_NOWARNING | XML_PARSE_NOBLANKS | XML_PARSE_BIG_LINES;
+
+// Smoke runs (--tk_corpus=smoke) use only the 100 KB documents and n = 10k,
+// so that every benchmark runs once in little time.
+bool SmokeCorpus();
+
+// config, attrs, text and mixed at 100 KB, 1 MB and 10 MB (100 KB alone in
+// a smoke run).
+std::vector<DocSpec> SizedDocs();
+// The sized documents of one size label ("1MB"), or of the smallest size in a
+// smoke run.
+std::vector<DocSpec> SizedDocs(const std::string& sizeLabel);
+// wide at n = 10k and 100k (10k alone in a smoke run).
+std::vector<DocSpec> WideDocs();
+
+// The document's text, generated on first use and kept for the process.
+const std::string& DocText(const DocSpec& spec);
+// A file holding the document's text, written on first use into the run's
+// temporary directory (removed at exit).
+const std::string& DocFile(const DocSpec& spec);
+// A path in the run's temporary directory.
+std::string TempPath(const std::string& name);
+
+// Registers fn as op/<doc label>/lib, or op/label/lib for a free label, timed
+// by the wall clock (or by the benchmark itself with manualTime).
+benchmark::internal::Benchmark* Register(const std::string& op, const DocSpec& spec,
+                                         const std::string& lib,
+                                         std::function<void(benchmark::State&)> fn,
+                                         bool manualTime = false);
+benchmark::internal::Benchmark* Register(const std::string& op, const std::string& label,
+                                         const std::string& lib,
+                                         std::function<void(benchmark::State&)> fn,
+                                         bool manualTime = false);
+
+// Takes the program's own flags out of argv, registers the benchmarks through
+// registerAll, and runs them. The exit status is 0 unless the arguments were
+// bad; a failing operation shows as an error in the benchmark's result.
+int Main(int argc, char** argv, void (*registerAll)());
+
+// An instance of the library, deleted with its owner.
+class TkInstance {
+ public:
+  TkInstance();
+  ~TkInstance();
+  TkInstance(const TkInstance&) = delete;
+  TkInstance& operator=(const TkInstance&) = delete;
+  ITreeKeeper* operator->() const { return m_tk; }
+  ITreeKeeper* get() const { return m_tk; }
+
+ private:
+  ITreeKeeper* m_tk;
+};
+
+// Marks the benchmark failed with "what returned rc" unless rc is 0. The
+// caller leaves its loop when this gives false.
+bool Ok(benchmark::State& state, int rc, const char* what);
+
+// libxml2 helpers for the raw peer.
+xmlDocPtr ParseWithDomOptions(const std::string& text);
+// The first element child of parent named name, as the library's path walk
+// finds it (first match, exact comparison).
+xmlNodePtr FirstChildElement(xmlNodePtr parent, const char* name);
+// The element's serialised form, the way the libxml2 peer writes it.
+std::string SerializeElement(xmlNodePtr element);
+
+}  // namespace tkbench

@@ -1,0 +1,159 @@
+// Parsing: the whole document from memory and from a file, into each
+// library's tree, and libxml2's tokenizer with no tree as the floor.
+//
+// Every iteration builds one tree and frees one: the library and pugixml
+// free the previous tree when the next load replaces it, the others free
+// their tree right after the parse.
+#include <libxml/parserInternals.h>  // xmlCreateMemoryParserCtxt
+#include <pugixml.hpp>
+#include <tinyxml2.h>
+
+#include <cstring>
+
+#include "common.h"
+
+namespace tkbench {
+namespace {
+
+constexpr unsigned kPugiOptions = pugi::parse_default | pugi::parse_comments | pugi::parse_pi;
+
+void SetBytes(benchmark::State& state, size_t bytes) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+  state.counters["doc_bytes"] = static_cast<double>(bytes);
+}
+
+// libxml2's tokenizer on its SAX2 path with every callback empty: the cost
+// of reading the bytes with no tree built. Same options as the tree parse.
+bool SaxParse(const std::string& text) {
+  static xmlSAXHandler empty = [] {
+    xmlSAXHandler handler;
+    std::memset(&handler, 0, sizeof handler);
+    handler.initialized = XML_SAX2_MAGIC;
+    return handler;
+  }();
+  xmlParserCtxtPtr ctxt = xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size()));
+  if (ctxt == nullptr) return false;
+  xmlCtxtUseOptions(ctxt, kDomParseOptions);
+  xmlSAXHandlerPtr own = ctxt->sax;
+  ctxt->sax = &empty;
+  ctxt->userData = nullptr;
+  xmlParseDocument(ctxt);
+  const bool ok = ctxt->wellFormed != 0;
+  ctxt->sax = own;
+  xmlFreeParserCtxt(ctxt);
+  return ok;
+}
+
+void RegisterMemoryParse(const DocSpec& spec) {
+  Register("parse_memory", spec, "treekeeper", [spec](benchmark::State& state) {
+    const std::string& text = DocText(spec);
+    TkInstance tk;
+    for (auto _ : state) {
+      if (!Ok(state, tk->ImportFromStream(text.c_str(), 1, nullptr), "ImportFromStream")) break;
+      tk->CloseAllElements();
+    }
+    SetBytes(state, text.size());
+  });
+  Register("parse_memory", spec, "libxml2", [spec](benchmark::State& state) {
+    const std::string& text = DocText(spec);
+    for (auto _ : state) {
+      xmlDocPtr doc = ParseWithDomOptions(text);
+      if (doc == nullptr) {
+        state.SkipWithError("xmlReadMemory failed");
+        break;
+      }
+      xmlFreeDoc(doc);
+    }
+    SetBytes(state, text.size());
+  });
+  Register("parse_memory", spec, "libxml2_sax", [spec](benchmark::State& state) {
+    const std::string& text = DocText(spec);
+    for (auto _ : state) {
+      if (!SaxParse(text)) {
+        state.SkipWithError("SAX parse failed");
+        break;
+      }
+    }
+    SetBytes(state, text.size());
+  });
+  Register("parse_memory", spec, "pugixml", [spec](benchmark::State& state) {
+    const std::string& text = DocText(spec);
+    pugi::xml_document doc;
+    for (auto _ : state) {
+      if (!doc.load_buffer(text.data(), text.size(), kPugiOptions, pugi::encoding_utf8)) {
+        state.SkipWithError("load_buffer failed");
+        break;
+      }
+    }
+    SetBytes(state, text.size());
+  });
+  Register("parse_memory", spec, "tinyxml2", [spec](benchmark::State& state) {
+    const std::string& text = DocText(spec);
+    for (auto _ : state) {
+      tinyxml2::XMLDocument doc;
+      if (doc.Parse(text.data(), text.size()) != tinyxml2::XML_SUCCESS) {
+        state.SkipWithError("Parse failed");
+        break;
+      }
+    }
+    SetBytes(state, text.size());
+  });
+}
+
+void RegisterFileParse(const DocSpec& spec) {
+  Register("parse_file", spec, "treekeeper", [spec](benchmark::State& state) {
+    const std::string& path = DocFile(spec);
+    TkInstance tk;
+    for (auto _ : state) {
+      if (!Ok(state, tk->ImportFromFile(path.c_str()), "ImportFromFile")) break;
+      tk->CloseAllElements();
+    }
+    SetBytes(state, DocText(spec).size());
+  });
+  Register("parse_file", spec, "libxml2", [spec](benchmark::State& state) {
+    const std::string& path = DocFile(spec);
+    for (auto _ : state) {
+      xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, kDomParseOptions);
+      if (doc == nullptr) {
+        state.SkipWithError("xmlReadFile failed");
+        break;
+      }
+      xmlFreeDoc(doc);
+    }
+    SetBytes(state, DocText(spec).size());
+  });
+  Register("parse_file", spec, "pugixml", [spec](benchmark::State& state) {
+    const std::string& path = DocFile(spec);
+    pugi::xml_document doc;
+    for (auto _ : state) {
+      if (!doc.load_file(path.c_str(), kPugiOptions, pugi::encoding_utf8)) {
+        state.SkipWithError("load_file failed");
+        break;
+      }
+    }
+    SetBytes(state, DocText(spec).size());
+  });
+  Register("parse_file", spec, "tinyxml2", [spec](benchmark::State& state) {
+    const std::string& path = DocFile(spec);
+    for (auto _ : state) {
+      tinyxml2::XMLDocument doc;
+      if (doc.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
+        state.SkipWithError("LoadFile failed");
+        break;
+      }
+    }
+    SetBytes(state, DocText(spec).size());
+  });
+}
+
+void RegisterAll() {
+  std::vector<DocSpec> docs = SizedDocs();
+  for (const DocSpec& wide : WideDocs()) docs.push_back(wide);
+  for (const DocSpec& spec : docs) RegisterMemoryParse(spec);
+  for (const DocSpec& spec : docs) RegisterFileParse(spec);
+}
+
+}  // namespace
+}  // namespace tkbench
+
+int main(int argc, char** argv) { return tkbench::Main(argc, argv, tkbench::RegisterAll); }
