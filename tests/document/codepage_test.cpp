@@ -1,0 +1,206 @@
+#include <locale.h>
+
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "document/codepage.h"
+
+namespace {
+
+using tk::cp::DomToNarrow;
+using tk::cp::NarrowToDom;
+
+// Puts the calling thread under another locale for the scope.
+class ThreadLocale {
+ public:
+  explicit ThreadLocale(const char* name)
+      : m_locale(newlocale(LC_ALL_MASK, name, static_cast<locale_t>(0))) {
+    if (m_locale != static_cast<locale_t>(0)) m_previous = uselocale(m_locale);
+  }
+  ~ThreadLocale() {
+    if (m_locale == static_cast<locale_t>(0)) return;
+    uselocale(m_previous);
+    freelocale(m_locale);
+  }
+  bool made() const { return m_locale != static_cast<locale_t>(0); }
+
+ private:
+  locale_t m_locale;
+  locale_t m_previous = static_cast<locale_t>(0);
+};
+
+// Makes code page 0 stand for a codeset on this thread for the scope.
+struct DefaultCodeset {
+  explicit DefaultCodeset(const char* codeset) { tk::cp::testing::SetDefaultCodeset(codeset); }
+  ~DefaultCodeset() { tk::cp::testing::SetDefaultCodeset(nullptr); }
+};
+
+std::string Decode(unsigned codePage, const std::string& bytes, int* measure = nullptr) {
+  std::string out;
+  const int result = NarrowToDom(codePage, bytes, out);
+  if (measure != nullptr) *measure = result;
+  return out;
+}
+
+std::string Encode(unsigned codePage, unsigned flags, const std::string& dom) {
+  std::string out;
+  EXPECT_NE(DomToNarrow(codePage, flags, dom, out), 0) << tk::cp::GetLastError();
+  return out;
+}
+
+TEST(CodePage, Utf8DecodeReplacesEachMaximalSubpart) {
+  const std::string fffd = "\xEF\xBF\xBD";
+  struct Case {
+    std::string in;
+    std::string out;
+  } cases[] = {
+      {"", ""},
+      {"A\xC3\xA9\xE2\x82\xAC", "A\xC3\xA9\xE2\x82\xAC"},
+      {"\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80"},
+      {"a\xFF" "b", "a" + fffd + "b"},
+      {"\xC0\x80", fffd + fffd},                     // overlong
+      {"\xED\xA0\x80", fffd + fffd + fffd},          // encoded surrogate
+      {"\xE2\x82" "A", fffd + "A"},                  // cut short: one replacement
+      {"\xE2\x82", fffd},                            // cut short at the end
+      {"\xF4\x90\x80\x80", fffd + fffd + fffd + fffd},  // above U+10FFFF
+      {"\xF0\x9F\x98" "\xC3\xA9", fffd + "\xC3\xA9"},
+      {"0123456789abcdef\x80", "0123456789abcdef" + fffd},
+  };
+  for (const Case& c : cases) {
+    int measure = 0;
+    EXPECT_EQ(Decode(tk::cp::kUtf8, c.in, &measure), c.out);
+    EXPECT_EQ(measure, static_cast<int>(c.out.size()) + 1);
+  }
+}
+
+TEST(CodePage, RefusedCodePageLeavesOutputAndSetsLastError) {
+  for (unsigned codePage : {1u, 1200u, 12345u, 65000u}) {
+    tk::cp::SetLastError(0);
+    std::string out = "kept";
+    EXPECT_EQ(NarrowToDom(codePage, "abc", out), 0);
+    EXPECT_EQ(out, "kept");
+    EXPECT_EQ(tk::cp::GetLastError(), tk::cp::kErrorInvalidParameter);
+    tk::cp::SetLastError(0);
+    EXPECT_EQ(DomToNarrow(codePage, 0, "abc", nullptr, 0), 0);
+    EXPECT_EQ(tk::cp::GetLastError(), tk::cp::kErrorInvalidParameter);
+    EXPECT_FALSE(tk::cp::IsKnownCodePage(codePage));
+  }
+}
+
+// Every number the layer accepts must open on this system, both ways.
+TEST(CodePage, EveryKnownCodePageConvertsAscii) {
+  const unsigned known[] = {0,     437,   737,   775,   850,   852,   855,   857,   858,
+                            860,   861,   862,   863,   864,   865,   866,   869,   874,
+                            932,   936,   949,   950,   1250,  1251,  1252,  1253,  1254,
+                            1255,  1256,  1257,  1258,  10000, 20127, 20866, 20932, 21866,
+                            28591, 28592, 28593, 28594, 28595, 28596, 28597, 28598, 28599,
+                            28603, 28605, 51932, 51949, 54936, 65001};
+  for (unsigned codePage : known) {
+    SCOPED_TRACE(codePage);
+    EXPECT_TRUE(tk::cp::IsKnownCodePage(codePage));
+    int measure = 0;
+    EXPECT_EQ(Decode(codePage, "Az09", &measure), "Az09");
+    EXPECT_EQ(measure, 5);
+    EXPECT_EQ(DomToNarrow(codePage, tk::cp::kNoBestFitChars, "Az09", nullptr, 0), 5);
+  }
+}
+
+TEST(CodePage, Windows1252BothWays) {
+  EXPECT_EQ(Decode(1252, "caf\xE9 \x80"), "caf\xC3\xA9 \xE2\x82\xAC");
+  // 0x81 has no character: replaced, and decoding goes on.
+  EXPECT_EQ(Decode(1252, "a\x81" "b"), "a\xEF\xBF\xBD" "b");
+
+  EXPECT_EQ(Encode(1252, tk::cp::kNoBestFitChars, "\xE2\x82\xAC"), "\x80");
+  // U+0100: best fit gives A, without best fit the default character.
+  EXPECT_EQ(Encode(1252, tk::cp::kNoBestFitChars, "\xC4\x80"), "?");
+  EXPECT_EQ(Encode(1252, 0, "\xC4\x80"), "A");
+  // No mapping and no best fit: the default character, one per character.
+  EXPECT_EQ(Encode(1252, 0, "x\xE4\xB8\xAD\xF0\x9F\x98\x80y"), "x??y");
+}
+
+TEST(CodePage, DoubleByteCodePage) {
+  EXPECT_EQ(Decode(932, "\x82\xA0" "A"), "\xE3\x81\x82" "A");
+  EXPECT_EQ(Encode(932, 0, "\xE3\x81\x82" "A"), "\x82\xA0" "A");
+}
+
+TEST(CodePage, BufferProtocol) {
+  char buffer[8] = "zzzzzzz";
+  EXPECT_EQ(DomToNarrow(1252, 0, "\xC3\xA9t\xC3\xA9", nullptr, 0), 4);
+  tk::cp::SetLastError(0);
+  EXPECT_EQ(DomToNarrow(1252, 0, "\xC3\xA9t\xC3\xA9", buffer, 3), 0);
+  EXPECT_EQ(tk::cp::GetLastError(), tk::cp::kErrorInsufficientBuffer);
+  EXPECT_STREQ(buffer, "zzzzzzz");
+  EXPECT_EQ(DomToNarrow(1252, 0, "\xC3\xA9t\xC3\xA9", buffer, 4), 4);
+  EXPECT_STREQ(buffer, "\xE9t\xE9");
+  // UTF-8: the DOM text as it stands, terminator counted and written.
+  EXPECT_EQ(DomToNarrow(tk::cp::kUtf8, 0, "", buffer, 1), 1);
+  EXPECT_EQ(buffer[0], '\0');
+  EXPECT_EQ(DomToNarrow(tk::cp::kUtf8, 0, "ab\xF0\x9F\x98\x80", buffer, 8), 7);
+  EXPECT_STREQ(buffer, "ab\xF0\x9F\x98\x80");
+  EXPECT_EQ(DomToNarrow(tk::cp::kUtf8, 0, "a", nullptr, 5), 0);  // size without buffer
+  EXPECT_EQ(tk::cp::GetLastError(), tk::cp::kErrorInvalidParameter);
+}
+
+TEST(CodePage, LastErrorBelongsToItsThread) {
+  tk::cp::SetLastError(0);
+  std::thread other([] {
+    std::string out;
+    NarrowToDom(12345, "x", out);
+    EXPECT_EQ(tk::cp::GetLastError(), 87u);
+  });
+  other.join();
+  EXPECT_EQ(tk::cp::GetLastError(), 0u);
+}
+
+TEST(CodePage, DefaultFollowsTheThreadLocale) {
+  {
+    ThreadLocale c("C");
+    ASSERT_TRUE(c.made());
+    EXPECT_TRUE(tk::cp::DefaultIsUtf8());  // ASCII counts as UTF-8
+    EXPECT_EQ(Decode(tk::cp::kDefault, "\xC3\xA9"), "\xC3\xA9");
+  }
+  {
+    ThreadLocale utf8("C.UTF-8");
+    if (utf8.made()) {
+      EXPECT_TRUE(tk::cp::DefaultIsUtf8());
+    }
+  }
+  const char* latin[] = {"en_US.ISO-8859-1", "de_DE.ISO-8859-1", "fr_FR.ISO-8859-1",
+                         "en_US.CP1252",     "de_DE",            "en_US"};
+  for (const char* name : latin) {
+    ThreadLocale locale(name);
+    if (!locale.made() || tk::cp::DefaultIsUtf8()) continue;
+    EXPECT_EQ(Decode(tk::cp::kDefault, "\xE9"), "\xC3\xA9");
+    EXPECT_EQ(Encode(tk::cp::kDefault, 0, "\xC3\xA9"), "\xE9");
+    return;
+  }
+  GTEST_SKIP() << "no single-byte locale installed";
+}
+
+TEST(CodePage, DefaultCodesetSpellings) {
+  const struct {
+    const char* codeset;
+    bool utf8;
+  } cases[] = {{"UTF-8", true},           {"utf8", true},        {"ANSI_X3.4-1968", true},
+               {"ASCII", true},           {"ISO-8859-1", false}, {"CP1252", false},
+               {"EUC-JP", false},         {"UTF-16", false}};
+  for (const auto& c : cases) {
+    DefaultCodeset codeset(c.codeset);
+    EXPECT_EQ(tk::cp::DefaultIsUtf8(), c.utf8) << c.codeset;
+  }
+  EXPECT_TRUE(tk::cp::IsKnownCodePage(tk::cp::kDefault));
+}
+
+TEST(CodePage, DefaultCodesetIconvCantOpenIsRefused) {
+  DefaultCodeset codeset("NO-SUCH-CODESET");
+  std::string out = "kept";
+  EXPECT_EQ(NarrowToDom(tk::cp::kDefault, "abc", out), 0);
+  EXPECT_EQ(out, "kept");
+  EXPECT_EQ(tk::cp::GetLastError(), tk::cp::kErrorInvalidParameter);
+  EXPECT_EQ(DomToNarrow(tk::cp::kDefault, 0, "abc", out), 0);
+  EXPECT_EQ(out, "kept");
+}
+
+}  // namespace

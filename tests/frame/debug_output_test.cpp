@@ -1,0 +1,157 @@
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <treekeeper/treekeeper.h>
+
+#include "dom/dom.h"
+#include "frame/arb_exception.h"
+#include "frame/debug_output.h"
+#include "frame/lock.h"
+#include "support/test_support.h"
+
+namespace {
+
+using tk::test::MessageLog;
+using Messages = std::vector<std::string>;
+
+int g_firstCalls = 0;
+int g_secondCalls = 0;
+int g_eventCalls = 0;
+void First(const char*) { ++g_firstCalls; }
+void Second(const char*) { ++g_secondCalls; }
+void Event(ARB_EVENT_LOG, void*) { ++g_eventCalls; }
+
+TEST(DebugOutput, OneCallPerMessageWithOneLineEnd) {
+  MessageLog log;
+  const std::string longText(300, 'm');
+  tk::Report("abc");
+  tk::DebugOutput(outputstr("two\nlines"));
+  tk::Report(longText.c_str());
+  tk::Report("");
+  EXPECT_EQ(log.messages(), (Messages{"abc\n", "two\nlines\n", longText + "\n", "\n"}));
+}
+
+TEST(DebugOutput, LastCallbackSetIsTheOneCalled) {
+  g_firstCalls = g_secondCalls = 0;
+  TkSetDebugOutput(First);
+  tk::Report("one");
+  TkSetDebugOutput(Second);
+  tk::Report("two");
+  // Null keeps the hook armed and drops the text.
+  TkSetDebugOutput(nullptr);
+  tk::Report("dropped");
+  tk::PureCall();
+  EXPECT_EQ(g_firstCalls, 1);
+  EXPECT_EQ(g_secondCalls, 1);
+}
+
+// The library raises no events: an installed event callback is never called.
+TEST(DebugOutput, EventCallbackIsNeverCalled) {
+  g_eventCalls = 0;
+  TkSetEventOutput(Event);
+  {
+    MessageLog log;
+    tk::dom::testing::FailDocumentCreate(1);
+    EXPECT_EQ(TkCreateTreeKeeper(nullptr), nullptr);
+    tk::test::Instance instance;
+    instance->CloseAllElements();
+    tk::PureCall();
+  }
+  TkSetEventOutput(nullptr);
+  EXPECT_EQ(g_eventCalls, 0);
+}
+
+TEST(FaultReport, FailedCreationReportsOnceAndGivesNull) {
+  const struct {
+    void (*fail)(int);
+    const char* reason;
+  } cases[] = {{tk::dom::testing::FailInitThread, "Error CoInitialize"},
+               {tk::dom::testing::FailDocumentCreate, "CoCreateInstance failed"}};
+  for (const auto& c : cases) {
+    MessageLog log;
+    uint32_t reserved = 0xDEADBEEF;
+    c.fail(1);
+    EXPECT_EQ(TkCreateTreeKeeper(&reserved), nullptr);
+    EXPECT_EQ(reserved, 0xDEADBEEFu);
+    EXPECT_EQ(log.messages(),
+              Messages{std::string("=======EXCEPTION: ArbException ==== \nReason Code: 0, Reason:") +
+                       c.reason + "\n"});
+    // The failure was one-off: the next creation works and reports nothing.
+    log.clear();
+    ITreeKeeper* instance = TkCreateTreeKeeper(&reserved);
+    EXPECT_NE(instance, nullptr);
+    TkDeleteTreeKeeper(instance);
+    EXPECT_TRUE(log.messages().empty());
+  }
+}
+
+TEST(FaultReport, NoCallbackNoReport) {
+  g_firstCalls = 0;
+  TkSetDebugOutput(First);
+  TkSetDebugOutput(nullptr);
+  tk::dom::testing::FailInitThread(1);
+  EXPECT_EQ(TkCreateTreeKeeper(nullptr), nullptr);
+  EXPECT_EQ(g_firstCalls, 0);
+}
+
+// Before any TkSetDebugOutput the hook is unarmed; run in a fresh process.
+TEST(FaultReportDeathTest, NoHookEverInstalled) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        tk::dom::testing::FailDocumentCreate(1);
+        ITreeKeeper* instance = TkCreateTreeKeeper(nullptr);
+        tk::Report("nowhere");
+        std::exit(instance == nullptr && tk::PureCall() == 0 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST(FaultReport, ReportText) {
+  const tk::CArbException fault(outputstr("Error CoInitialize"), 0, ".\\CTreeKeep", 390,
+                                "ArbException");
+  EXPECT_STREQ(fault.Report(0).text(),
+               "=======EXCEPTION: ArbException ==== \nReason Code: 0, Reason:Error CoInitialize");
+  EXPECT_STREQ(fault.Report(1).text(),
+               "=======EXCEPTION: ArbException ==== \nFILE:.\\CTreeKeep:390\n"
+               "Reason Code: 0, Reason:Error CoInitialize");
+  const tk::CArbException signs(outputstr("r"), -7, "f", 4294967295u, "N");
+  EXPECT_STREQ(signs.Report(1).text(),
+               "=======EXCEPTION: N ==== \nFILE:f:4294967295\nReason Code: -7, Reason:r");
+  EXPECT_STREQ(signs.GetName(), "N");
+  EXPECT_STREQ(signs.GetReason(), "r");
+  EXPECT_STREQ(signs.GetFile(), "f");
+  EXPECT_EQ(signs.GetReasonCode(), -7);
+  EXPECT_EQ(signs.GetLine(), 4294967295u);
+  (new tk::CArbException(outputstr("heap"), 1, "f", 1, "N"))->Delete();
+}
+
+// A lock whose constructor calls Enter through the base: at that point the
+// derived part isn't made, so the call reaches a pure slot. The pointer is
+// read back through volatile so the compiler can't see the type and must use
+// the vtable.
+class HalfBuiltLock : public tk::CCoreRtLock {
+ protected:
+  HalfBuiltLock() {
+    tk::CCoreRtLock* volatile self = this;
+    self->Enter();
+  }
+};
+class CompleteLock final : public HalfBuiltLock {
+ public:
+  void Enter() override {}
+  void Leave() override {}
+};
+
+TEST(PureCall, ReportsAndReturns) {
+  MessageLog log;
+  EXPECT_EQ(tk::PureCall(), 0);
+  EXPECT_EQ(log.messages(), Messages{"Treekeep: pure function exception.\n"});
+  log.clear();
+  CompleteLock lock;
+  EXPECT_EQ(log.messages(), Messages{"Treekeep: pure function exception.\n"});
+}
+
+}  // namespace
