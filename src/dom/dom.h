@@ -67,6 +67,9 @@ class NodePtr {
   std::string nodeName() const;
   NodePtr nextSibling() const;
   Node ref() const;  // a counted reference to the same node
+  // The same node; a stored NodePtr compares meaningfully only while the tree
+  // stamp has not moved since it was taken.
+  bool operator==(const NodePtr& other) const = default;
 
  private:
   friend class Node;

@@ -25,17 +25,18 @@ struct ScanResult {
 };
 
 // The element children of one parent that carry one name, in document order.
-// A memo is valid while the tree stamp it was taken under still holds: no
-// tree has changed and no node has been freed since, so the borrowed node
-// pointers it keeps still stand for the same children.
+// The memo holds no reference: it is valid only while the tree stamp it was
+// taken under still holds. Then no tree has changed and no node has been freed
+// since, so the borrowed pointers, the parent's included, still stand for the
+// same nodes.
 class SameNameMemo {
  public:
-  const std::vector<dom::NodePtr>* find(const dom::Node& parent, std::string_view name,
+  const std::vector<dom::NodePtr>* find(dom::NodePtr parent, std::string_view name,
                                         bool defaultIsUtf8, uint64_t stamp) const {
-    if (!m_valid || m_stamp != stamp || m_defaultIsUtf8 != defaultIsUtf8 || m_name != name) {
+    if (!m_valid || m_stamp != stamp || !(m_parent == parent) ||
+        m_defaultIsUtf8 != defaultIsUtf8 || m_name != name) {
       return nullptr;
     }
-    if (!m_parent.lock().isSameNode(parent)) return nullptr;
     return &m_matches;
   }
 
@@ -46,7 +47,7 @@ class SameNameMemo {
     for (dom::NodePtr child = parent.firstChild(); child; child = child.nextSibling()) {
       if (ElementNameMatches(child, name)) m_matches.push_back(child);
     }
-    m_parent.assign(parent);
+    m_parent = parent.ptr();
     m_name.assign(name);
     m_defaultIsUtf8 = defaultIsUtf8;
     m_stamp = stamp;
@@ -57,9 +58,9 @@ class SameNameMemo {
  private:
   bool m_valid = false;
   uint64_t m_stamp = 0;
+  dom::NodePtr m_parent;
   bool m_defaultIsUtf8 = false;
   std::string m_name;
-  dom::WeakNode m_parent;
   std::vector<dom::NodePtr> m_matches;
 };
 
@@ -68,7 +69,7 @@ ScanResult ScanByName(const dom::Node& parent, std::string_view name, uint32_t i
   thread_local SameNameMemo memo;
   const bool defaultIsUtf8 = cp::DefaultIsUtf8();
   const uint64_t stamp = dom::TreeStamp();
-  const std::vector<dom::NodePtr>* matches = memo.find(parent, name, defaultIsUtf8, stamp);
+  const std::vector<dom::NodePtr>* matches = memo.find(parent.ptr(), name, defaultIsUtf8, stamp);
   if (matches == nullptr) matches = &memo.store(parent, name, defaultIsUtf8, stamp);
 
   ScanResult result;
