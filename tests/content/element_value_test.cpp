@@ -54,19 +54,6 @@ TEST(ElementValueRead, NumbersComeOnlyFromDecimalDigits) {
   }
 }
 
-TEST(ElementValueRead, NumberNeedsFourBytes) {
-  Instance tk;
-  ASSERT_EQ(LoadText(tk.tk, "<e>7</e>"), 0);
-  uint32_t value = kUntouched;
-  unsigned size = 3;
-  EXPECT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_NUMBER, &size, &value), -105);
-  EXPECT_EQ(size, 4u);
-  EXPECT_EQ(value, kUntouched);
-  size = 100;
-  EXPECT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_NUMBER, &size, nullptr), -105);
-  EXPECT_EQ(size, 4u);
-}
-
 TEST(ElementValueRead, BinaryFromHexDigits) {
   struct Case {
     const char* text;
@@ -93,27 +80,37 @@ TEST(ElementValueRead, BinaryFromHexDigits) {
   }
 }
 
-TEST(ElementValueRead, SizeProtocolForBinaryAndText) {
+// A null or short buffer is never written and gives the size needed.
+TEST(ElementValueRead, SizeProtocol) {
+  struct Case {
+    int type;
+    unsigned capacity;
+    bool withBuffer;
+    int result;
+    unsigned size;
+  } const cases[] = {
+      {TK_VALUE_NUMBER, 3, true, -105, 4},  {TK_VALUE_NUMBER, 100, false, -105, 4},
+      {TK_VALUE_BINARY, 1, true, -105, 2},  {TK_VALUE_BINARY, 100, false, -105, 2},
+      {TK_VALUE_BINARY, 2, true, 0, 2},     {TK_VALUE_TEXT, 3, true, -105, 4},
+      {TK_VALUE_TEXT, 100, false, -105, 4}, {TK_VALUE_TEXT, 4, true, 0, 4},
+  };
   Instance tk;
   ASSERT_EQ(LoadText(tk.tk, "<e>abc</e>"), 0);
-  unsigned size = 0;
-  EXPECT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_BINARY, &size, nullptr), -105);
-  EXPECT_EQ(size, 2u);
-  EXPECT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_TEXT, &size, nullptr), -105);
-  EXPECT_EQ(size, 4u);
-
-  char buffer[8] = "#######";
-  size = 1;
-  EXPECT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_BINARY, &size, buffer), -105);
-  EXPECT_EQ(size, 2u);
-  size = 3;
-  EXPECT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_TEXT, &size, buffer), -105);
-  EXPECT_EQ(size, 4u);
-  EXPECT_STREQ(buffer, "#######");
-  size = 4;
-  EXPECT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_TEXT, &size, buffer), 0);
-  EXPECT_EQ(size, 4u);
-  EXPECT_STREQ(buffer, "abc");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "type " << c.type << " capacity " << c.capacity);
+    char buffer[8] = "#######";
+    unsigned size = c.capacity;
+    EXPECT_EQ(tk->GetElementValue(100, nullptr, c.type, &size, c.withBuffer ? buffer : nullptr),
+              c.result);
+    EXPECT_EQ(size, c.size);
+    if (c.result != 0) {
+      EXPECT_STREQ(buffer, "#######");
+    }
+  }
+  char text[4];
+  unsigned size = sizeof text;
+  ASSERT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_TEXT, &size, text), 0);
+  EXPECT_STREQ(text, "abc");
 }
 
 TEST(ElementValueRead, TextInTheAskedCodePage) {
@@ -250,6 +247,8 @@ TEST(ElementValue, HandleAndPathFailures) {
   EXPECT_EQ(DocumentText(tk.tk), "<r><a><b>v</b></a><x/><y/></r>");
 }
 
+// A handle on a text node names a node without children: reads find
+// nothing, and writes can't add a child there.
 TEST(ElementValue, HandleOnATextNode) {
   Instance tk;
   ASSERT_EQ(LoadText(tk.tk, "<e>txt</e>"), 0);
@@ -259,8 +258,10 @@ TEST(ElementValue, HandleOnATextNode) {
   ASSERT_EQ(nodeType, 3u);
   unsigned size = 5;
   EXPECT_EQ(tk->GetElementValue(handle, nullptr, TK_VALUE_TEXT, &size, nullptr), -107);
+  EXPECT_EQ(tk->GetElementCDATAValue(handle, nullptr, TK_VALUE_TEXT, &size, nullptr), -107);
   EXPECT_EQ(size, 5u);
   EXPECT_EQ(tk->SetElementValue(handle, nullptr, TK_VALUE_TEXT, 1, "v"), -1);
+  EXPECT_EQ(tk->SetElementCDATAValue(handle, nullptr, TK_VALUE_TEXT, 1, "v"), -1);
   EXPECT_EQ(DocumentText(tk.tk), "<e>txt</e>");
 }
 
@@ -343,24 +344,20 @@ TEST(ElementValueWrite, PlaceOfTheValue) {
   }
 }
 
-TEST(ElementValueWrite, TextXmlCannotHoldIsRefused) {
+// A character XML can't hold is refused and nothing is written; bytes that
+// are no UTF-8 are replaced.
+TEST(ElementValueWrite, BadText) {
   for (const char* before : {"<e/>", "<e>old</e>", "<e><c/></e>"}) {
     SCOPED_TRACE(before);
     Instance tk;
     ASSERT_EQ(LoadText(tk.tk, before), 0);
     EXPECT_EQ(tk->SetElementValue(100, nullptr, TK_VALUE_TEXT, 3, "a\x01z"), -1);
     EXPECT_EQ(DocumentText(tk.tk), before);
+    EXPECT_EQ(tk->SetElementValue(100, nullptr, TK_VALUE_TEXT, 5, "\xFF\xC3ok\xE2"), 0);
+    const std::string read = ReadText(tk.tk);
+    EXPECT_NE(read.find("\xEF\xBF\xBDok"), std::string::npos) << read;
+    EXPECT_EQ(read.find('\xFF'), std::string::npos) << read;
   }
-}
-
-TEST(ElementValueWrite, InvalidUtf8IsReplaced) {
-  Instance tk;
-  ASSERT_EQ(tk->CreateEmpty("e"), 0);
-  EXPECT_EQ(tk->SetElementValue(100, nullptr, TK_VALUE_TEXT, 5, "\xFF\xC3ok\xE2"), 0);
-  const std::string read = ReadText(tk.tk);
-  EXPECT_NE(read.find("ok"), std::string::npos) << read;
-  EXPECT_NE(read.find("\xEF\xBF\xBD"), std::string::npos) << read;
-  EXPECT_EQ(read.find('\xFF'), std::string::npos) << read;
 }
 
 TEST(ElementValueWrite, EveryPlaneAndLargeValuesComeBack) {
