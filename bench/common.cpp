@@ -1,6 +1,6 @@
 #include "common.h"
 
-#include <libxml/xmlsave.h>
+#include <libxml/xmlIO.h>
 #include <libxslt/xslt.h>
 #include <stdlib.h>
 
@@ -174,13 +174,11 @@ xmlNodePtr FirstChildElement(xmlNodePtr parent, const char* name) {
 }
 
 std::string SerializeElement(xmlNodePtr element) {
-  xmlBufferPtr buffer = xmlBufferCreate();
-  xmlSaveCtxtPtr save = xmlSaveToBuffer(buffer, "UTF-8", XML_SAVE_NO_DECL);
-  xmlSaveTree(save, element);
-  xmlSaveClose(save);
-  std::string text(reinterpret_cast<const char*>(xmlBufferContent(buffer)),
-                   static_cast<size_t>(xmlBufferLength(buffer)));
-  xmlBufferFree(buffer);
+  xmlOutputBufferPtr buffer = xmlAllocOutputBuffer(nullptr);
+  xmlNodeDumpOutput(buffer, element->doc, element, 0, 0, "UTF-8");
+  std::string text(reinterpret_cast<const char*>(xmlOutputBufferGetContent(buffer)),
+                   xmlOutputBufferGetSize(buffer));
+  xmlOutputBufferClose(buffer);
   return text;
 }
 

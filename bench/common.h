@@ -82,7 +82,8 @@ xmlDocPtr ParseWithDomOptions(const std::string& text);
 // The first element child of parent named name, as the library's path walk
 // finds it (first match, exact comparison).
 xmlNodePtr FirstChildElement(xmlNodePtr parent, const char* name);
-// The element's serialised form, the way the libxml2 peer writes it.
+// The element's serialised form as libxml2 writes it: no declaration, no
+// indentation, UTF-8.
 std::string SerializeElement(xmlNodePtr element);
 
 }  // namespace tkbench

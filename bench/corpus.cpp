@@ -288,7 +288,6 @@ void AppendMixedSection(std::string& out, Rng& rng, size_t number) {
   out += "\n";
   out += rng.Pick(kCodeSnippets);
   out += "]]></listing>\n";
-  if (rng.OneIn(2)) out += "    <?render mode=\"compact\"?>\n";
   out += "  </section>\n";
 }
 

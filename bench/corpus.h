@@ -17,7 +17,7 @@ enum class Shape {
   kConfig,      // nested settings: 8 levels, 20 siblings a level, short values
   kAttributes,  // flat records with 10 attributes each
   kText,        // paragraphs of prose: entities, character references, non-ASCII
-  kMixed,       // mixed content with inline elements, comments, CDATA, PIs
+  kMixed,       // mixed content with inline elements, comments and CDATA
   kWide,        // one element with n children
 };
 
