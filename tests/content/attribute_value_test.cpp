@@ -179,9 +179,7 @@ TEST_F(AttributeValue, WriteFailuresLeaveTheDocument) {
 
   EXPECT_EQ(tk->setAttributeValue(100, "c/d", "a", 2, 0, "v"), -102);
   EXPECT_EQ(tk->setAttributeValue(100, "", "", 2, 0, "v"), -1);
-  EXPECT_EQ(tk->setAttributeValue(100, "", "bad name", 2, 0, "v"), -1);
   EXPECT_EQ(tk->setAttributeValue(100, "", "a", 2, 0, "\x01"), -1);  // not XML text
-  EXPECT_EQ(tk->setAttributeValue(100, "", nullptr, 2, 0, "v"), -1);
   EXPECT_EQ(tk->setAttributeValue(5, "", "a", 2, 0, "v"), -6);
   EXPECT_EQ(log.joined(), "setAttributeValue: element path is invalid\n");
   log.clear();
