@@ -108,33 +108,40 @@ int AttrMap::getNamedItem(std::string_view qname, Node& out) const {
 }
 
 int AttrMap::setNamedItem(const Node& attrNode, Node& out) {
-  out.reset();
+  // out may be the very object attrNode is: it is written last.
+  const Node pin(attrNode);
+  auto fail = [&out](int status) {
+    out.reset();
+    return status;
+  };
   xmlNodePtr element = NodeAccess::Raw(m_element);
-  xmlNodePtr node = NodeAccess::Raw(attrNode);
-  if (element == nullptr || node == nullptr) return kInvalidArg;
-  if (NodeAccess::Ns(attrNode) == nullptr && node->type != XML_ATTRIBUTE_NODE) return kFail;
+  xmlNodePtr node = NodeAccess::Raw(pin);
+  if (element == nullptr || node == nullptr) return fail(kInvalidArg);
+  if (NodeAccess::Ns(pin) == nullptr && node->type != XML_ATTRIBUTE_NODE) return fail(kFail);
 
   std::string name;
-  attrNode.get_nodeName(name);
+  pin.get_nodeName(name);
   std::string_view prefix;
   if (IsDeclarationName(name, prefix)) {
     std::string href;
-    attrNode.get_nodeValue(href);
-    return SetDeclaration(element, prefix, href, out);
+    pin.get_nodeValue(href);
+    const int status = SetDeclaration(element, prefix, href, out);
+    if (status < 0) out.reset();
+    return status;
   }
 
   auto* attr = reinterpret_cast<xmlAttrPtr>(node);
   if (attr->parent == element) {
-    out = attrNode;
+    out = pin;
     return kOk;
   }
-  if (attr->parent != nullptr) return kFail;  // it belongs to another element
+  if (attr->parent != nullptr) return fail(kFail);  // it belongs to another element
 
   DocBlock* from = BlockOf(attr->doc);
   DocBlock* to = BlockOf(element->doc);
   if (from != to) {
     if (xmlDOMWrapAdoptNode(nullptr, attr->doc, node, element->doc, element, 0) != 0) {
-      return kFail;
+      return fail(kFail);
     }
     TransferSubtree(node, from, to);
   }
@@ -164,7 +171,7 @@ int AttrMap::setNamedItem(const Node& attrNode, Node& out) {
     }
   }
   BumpStamp();
-  out = attrNode;
+  out = pin;
   if (old != nullptr) FreeIfUnpinned(AsNode(old));
   if (from != to) FreeDocumentIfUnused(from);
   return kOk;

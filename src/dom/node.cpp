@@ -175,12 +175,17 @@ NodePtr Node::firstChild() const {
 }
 
 int Node::get_parentNode(Node& out) const {
-  out.reset();
-  if (m_node == nullptr) return kInvalidArg;
-  if (m_ns != nullptr || m_node->type == XML_ATTRIBUTE_NODE) return kFalse;
-  if (m_node->parent == nullptr) return kFalse;
-  out = NodeAccess::Make(m_node->parent);
-  return kOk;
+  // out may be this very node: it is written last.
+  xmlNodePtr parent = nullptr;
+  int status = kFalse;
+  if (m_node == nullptr) {
+    status = kInvalidArg;
+  } else if (m_ns == nullptr && m_node->type != XML_ATTRIBUTE_NODE && m_node->parent != nullptr) {
+    parent = m_node->parent;
+    status = kOk;
+  }
+  out = NodeAccess::Make(parent);
+  return status;
 }
 
 // ---- Node: values -----------------------------------------------------------------

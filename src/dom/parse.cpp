@@ -12,6 +12,8 @@
 #include <memory>
 #include <new>
 
+#include <sys/stat.h>
+
 #include "dom/document_object.h"
 #include "dom/surrogates.h"
 
@@ -37,6 +39,32 @@ struct ContextCloser {
     }
     xmlFreeParserCtxt(ctxt);
   }
+};
+
+// The first fatal error of the parse running on this thread. The engine
+// keeps reading after an error and its context remembers only the last one;
+// the first is the one that names the fault.
+thread_local ParseError* t_firstFatal = nullptr;
+
+void CollectError(void*, xmlErrorPtr error) {
+  ParseError* first = t_firstFatal;
+  if (first == nullptr || error == nullptr || error->level != XML_ERR_FATAL) return;
+  if (first->errorCode != 0) return;
+  first->errorCode = ErrorCode(error->code);
+  first->line = error->line;
+  first->linepos = error->int2;
+  if (error->message != nullptr) first->reason = error->message;
+}
+
+class CollectScope {
+ public:
+  explicit CollectScope(ParseError* into) : m_saved(t_firstFatal) { t_firstFatal = into; }
+  ~CollectScope() { t_firstFatal = m_saved; }
+  CollectScope(const CollectScope&) = delete;
+  CollectScope& operator=(const CollectScope&) = delete;
+
+ private:
+  ParseError* m_saved;
 };
 
 ParseResult ParseBytes(const char* data, size_t length, const std::string& url) {
@@ -66,6 +94,10 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
   if (!ctxt) throw std::bad_alloc();
   ctxt->_private = ParserMark();
   xmlCtxtUseOptions(ctxt.get(), ParseOptions());
+  // Errors go to this handler alone, never to a handler set for the thread.
+  ctxt->sax->serror = CollectError;
+  ParseError first;
+  CollectScope collect(&first);
   if (!url.empty() && ctxt->input != nullptr && ctxt->input->filename == nullptr) {
     ctxt->input->filename = reinterpret_cast<char*>(xmlStrdup(X(url.c_str())));
   }
@@ -76,7 +108,10 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
     return result;
   }
   const xmlError* error = xmlCtxtGetLastError(ctxt.get());
-  if (error != nullptr && error->code != XML_ERR_OK) {
+  if (first.errorCode != 0) {
+    first.url = result.error.url;
+    result.error = std::move(first);
+  } else if (error != nullptr && error->code != XML_ERR_OK) {
     result.error.errorCode = ErrorCode(error->code);
     result.error.line = error->line;
     result.error.linepos = error->int2;
@@ -87,6 +122,30 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
   }
   if (error != nullptr && error->code == XML_ERR_NO_MEMORY) throw std::bad_alloc();
   return result;
+}
+
+// The whole of a regular file, read in place.
+bool ReadFile(const char* path, std::string& bytes) {
+  FILE* file = std::fopen(path, "rb");
+  if (file == nullptr) return false;
+  struct stat info;
+  if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) {
+    std::fclose(file);
+    errno = EISDIR;
+    return false;
+  }
+  size_t used = 0;
+  bytes.resize(static_cast<size_t>(info.st_size));
+  for (;;) {
+    if (used == bytes.size()) bytes.resize(used + 65536);  // the file grew meanwhile
+    const size_t got = std::fread(bytes.data() + used, 1, bytes.size() - used, file);
+    used += got;
+    if (got == 0) break;
+  }
+  bytes.resize(used);
+  const bool ok = std::ferror(file) == 0;
+  std::fclose(file);
+  return ok;
 }
 
 int Finish(auto* object, ParseResult&& result) {
@@ -120,27 +179,7 @@ int Document::load(const char* path) {
   if (path == nullptr || *path == '\0') return kInvalidArg;
   EnsureEngine();
   std::string bytes;
-  FILE* file = std::fopen(path, "rb");
-  bool readOk = file != nullptr;
-  if (file != nullptr) {
-    // Read in place; grows if the file grows while it is read.
-    size_t used = 0;
-    if (std::fseek(file, 0, SEEK_END) == 0) {
-      const long size = std::ftell(file);
-      if (size > 0) bytes.resize(static_cast<size_t>(size));
-      std::fseek(file, 0, SEEK_SET);
-    }
-    for (;;) {
-      if (used == bytes.size()) bytes.resize(used + 65536);
-      const size_t got = std::fread(bytes.data() + used, 1, bytes.size() - used, file);
-      used += got;
-      if (got == 0) break;
-    }
-    bytes.resize(used);
-    readOk = std::ferror(file) == 0;
-    std::fclose(file);
-  }
-  if (!readOk) {
+  if (!ReadFile(path, bytes)) {
     const int err = errno;
     m_object->error = ParseError{};
     m_object->error.errorCode = kCantOpen;

@@ -48,14 +48,18 @@ void LinkLast(xmlNodePtr parent, xmlNodePtr child) {
 }  // namespace
 
 int Node::appendChild(const Node& child, Node& inTree) {
-  inTree.reset();
-  if (m_node == nullptr || child.m_node == nullptr) return kInvalidArg;
-  if (m_ns != nullptr || child.m_ns != nullptr) return kFail;
+  // inTree may be the very object child is (or this): it is written last.
+  auto fail = [&inTree](int status) {
+    inTree.reset();
+    return status;
+  };
+  if (m_node == nullptr || child.m_node == nullptr) return fail(kInvalidArg);
+  if (m_ns != nullptr || child.m_ns != nullptr) return fail(kFail);
   xmlNodePtr parent = m_node;
   xmlNodePtr node = child.m_node;
-  if (!CanHoldChild(parent, node)) return kFail;
+  if (!CanHoldChild(parent, node)) return fail(kFail);
   for (xmlNodePtr up = parent; up != nullptr; up = up->parent) {
-    if (up == node) return kFail;  // a node can't go below itself
+    if (up == node) return fail(kFail);  // a node can't go below itself
   }
   xmlDocPtr targetDoc = IsDocumentNode(parent) ? reinterpret_cast<xmlDocPtr>(parent) : parent->doc;
   xmlNodePtr oldTop = node->parent != nullptr ? TopOf(node) : nullptr;
@@ -65,7 +69,7 @@ int Node::appendChild(const Node& child, Node& inTree) {
     // Names, dictionary strings and namespace references move over.
     if (xmlDOMWrapAdoptNode(nullptr, node->doc, node, targetDoc,
                             IsDocumentNode(parent) ? nullptr : parent, 0) != 0) {
-      return kFail;
+      return fail(kFail);
     }
     if (node->parent != nullptr) xmlUnlinkNode(node);
     TransferSubtree(node, from, to);
@@ -75,23 +79,28 @@ int Node::appendChild(const Node& child, Node& inTree) {
   LinkLast(parent, node);
   if (node->type == XML_ELEMENT_NODE) xmlDOMWrapReconcileNamespaces(nullptr, node, 0);
   BumpStamp();
-  inTree = child;
+  Node pin(child);  // keeps the node while inTree takes it over
+  inTree = pin;
   if (oldTop != nullptr && TopOf(node) != oldTop) FreeIfUnpinned(oldTop);
   if (from != to) FreeDocumentIfUnused(from);
   return kOk;
 }
 
 int Node::removeChild(const Node& child, Node& removed) {
-  removed.reset();
-  if (m_node == nullptr || child.m_node == nullptr) return kInvalidArg;
-  if (m_ns != nullptr || child.m_ns != nullptr) return kInvalidArg;
+  // removed may be the very object child is: it is written last.
+  auto fail = [&removed](int status) {
+    removed.reset();
+    return status;
+  };
+  if (m_node == nullptr || child.m_node == nullptr) return fail(kInvalidArg);
+  if (m_ns != nullptr || child.m_ns != nullptr) return fail(kInvalidArg);
   xmlNodePtr node = child.m_node;
-  if (node->type == XML_ATTRIBUTE_NODE || node->parent != m_node) return kInvalidArg;
+  if (node->type == XML_ATTRIBUTE_NODE || node->parent != m_node) return fail(kInvalidArg);
   // Namespace references inside the branch are made to stand on their own.
-  if (xmlDOMWrapRemoveNode(nullptr, node->doc, node, 0) != 0) return kFail;
+  if (xmlDOMWrapRemoveNode(nullptr, node->doc, node, 0) != 0) return fail(kFail);
   if (node->parent != nullptr) xmlUnlinkNode(node);
   BumpStamp();
-  removed = child;
+  removed = Node(child);
   return kOk;
 }
 

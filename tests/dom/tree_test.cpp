@@ -240,3 +240,28 @@ TEST(DomValues, TextXmlCantHoldIsRefusedEverywhere) {
 
 }  // namespace
 }  // namespace tk::dom::test
+
+namespace tk::dom::test {
+namespace {
+
+TEST(DomChildren, OutArgumentsMayBeTheInputNode) {
+  Document doc = Parse("<r><a><b/></a></r>");
+  Node node = Child(Child(Root(doc), 0), 0);
+  ASSERT_EQ(node.get_parentNode(node), kOk);
+  EXPECT_EQ(Name(node), "a");
+  Node root = Root(doc);
+  ASSERT_EQ(root.removeChild(node, node), kOk);
+  EXPECT_EQ(Xml(node), "<a><b/></a>");
+  ASSERT_EQ(root.appendChild(node, node), kOk);
+  EXPECT_EQ(Xml(root), "<r><a><b/></a></r>");
+  Node attr;
+  ASSERT_EQ(doc.createAttribute("x", attr), kOk);
+  AttrMap map;
+  ASSERT_EQ(root.get_attributes(map), kOk);
+  ASSERT_EQ(map.setNamedItem(attr, attr), kOk);
+  EXPECT_EQ(Name(attr), "x");
+  EXPECT_EQ(Xml(root), "<r x=\"\"><a><b/></a></r>");
+}
+
+}  // namespace
+}  // namespace tk::dom::test

@@ -1,0 +1,194 @@
+// Node lifetime: a node stays usable while a reference is held, also after it
+// left its tree or its document loaded another one; what nothing holds goes.
+// The sanitizer build checks that nothing is used after free or leaked.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "dom/dom.h"
+#include "dom_test_util.h"
+
+namespace tk::dom::test {
+namespace {
+
+TEST(DomLifetime, RemovedSubtreeWorksWhileHeldAndGoesWithItsLastReference) {
+  Document doc = Parse("<r><a><b>x</b></a></r>");
+  Node root = Root(doc);
+  WeakNode weakA, weakText;
+  {
+    Node a = Child(root, 0);
+    Node text = Child(Child(a, 0), 0);
+    weakA.assign(a);
+    weakText.assign(text);
+    Node removed;
+    ASSERT_EQ(root.removeChild(a, removed), kOk);
+    a.reset();
+    // Only removed (and the text) hold the branch now; it keeps working.
+    Append(removed, Element(doc, "c"));
+    EXPECT_EQ(Xml(removed), "<a><b>x</b><c/></a>");
+    removed.reset();
+    EXPECT_TRUE(weakA.lock());  // the text inside still pins its branch
+    EXPECT_EQ(text.put_nodeValue("y"), kOk);
+    Node parent;
+    ASSERT_EQ(text.get_parentNode(parent), kOk);
+    ASSERT_EQ(parent.get_parentNode(parent), kOk);
+    EXPECT_EQ(Xml(parent), "<a><b>y</b><c/></a>");
+  }
+  EXPECT_FALSE(weakA.lock());
+  EXPECT_FALSE(weakText.lock());
+  EXPECT_EQ(Xml(root), "<r/>");
+}
+
+TEST(DomLifetime, MovingTheLastHeldNodeOutFreesTheBranchLeftBehind) {
+  Document doc = NewDocument();
+  Node keep = Element(doc, "keep");
+  WeakNode weakTop;
+  {
+    Node top = Element(doc, "top");
+    Node inner = Append(top, Element(doc, "inner"));
+    weakTop.assign(top);
+    top.reset();
+    EXPECT_TRUE(weakTop.lock());  // inner pins it
+    Append(keep, inner);
+  }
+  EXPECT_FALSE(weakTop.lock());
+  EXPECT_EQ(Xml(keep), "<keep><inner/></keep>");
+}
+
+TEST(DomLifetime, FreeStandingElementDiesWithItsLastReference) {
+  Document doc = NewDocument();
+  WeakNode weak;
+  {
+    Node e = Element(doc, "e");
+    Append(e, Element(doc, "child"));
+    weak.assign(e);
+    Node copy = weak.lock();
+    EXPECT_TRUE(copy.isSameNode(e));
+  }
+  EXPECT_FALSE(weak.lock());
+  weak.reset();
+  EXPECT_FALSE(weak.lock());
+}
+
+TEST(DomLifetime, WeakNodeOnLoadedElementLastsAsLongAsTheTree) {
+  Document doc = Parse("<r><a/></r>");
+  WeakNode weakRoot, weakChild;
+  weakRoot.assign(Root(doc));
+  weakChild.assign(Child(Root(doc), 0));
+  EXPECT_TRUE(weakRoot.lock());
+  EXPECT_TRUE(weakChild.lock());
+  EXPECT_EQ(Xml(weakChild.lock()), "<a/>");
+  ASSERT_EQ(doc.loadBytes("<n/>", 4), kOk);
+  EXPECT_FALSE(weakRoot.lock());
+  EXPECT_FALSE(weakChild.lock());
+
+  // A failed load keeps the tree and everything weak on it.
+  weakRoot.assign(Root(doc));
+  EXPECT_LT(doc.loadBytes("<x", 2), 0);
+  EXPECT_TRUE(weakRoot.lock());
+  // So does releasing the Document while a reference is held.
+  Node held = Root(doc);
+  doc.reset();
+  EXPECT_TRUE(weakRoot.lock());
+  EXPECT_EQ(Xml(held), "<n/>");
+  held.reset();
+  EXPECT_FALSE(weakRoot.lock());
+}
+
+TEST(DomLifetime, OldTreeKeepsWorkingAfterLoadAndTakesNodesOfTheNewOne) {
+  // Trees without a dictionary (created) and with one (parsed), both ways.
+  Document doc = NewDocument();
+  Node created = Element(doc, "created");
+  Node shortText;
+  ASSERT_EQ(doc.createTextNode("ab", shortText), kOk);
+  Append(created, shortText);
+
+  ASSERT_EQ(doc.loadBytes("<first><x> </x>ab</first>", 25), kOk);
+  Node first = Root(doc);
+  Node fromFirst = Element(doc, "fromFirst");
+  Append(created, fromFirst);             // dictionary tree into a plain one
+  Append(created, Child(first, 1));       // a text the parser may have interned
+  Append(first, Child(created, 0));       // plain into dictionary tree
+  EXPECT_EQ(Xml(created), "<created><fromFirst/>ab</created>");
+  EXPECT_EQ(Xml(first), "<first><x> </x>ab</first>");
+
+  ASSERT_EQ(doc.loadBytes("<second/>", 9), kOk);
+  Node fromSecond = Element(doc, "fromSecond");
+  Node attr;
+  ASSERT_EQ(doc.createAttribute("at", attr), kOk);
+  ASSERT_EQ(attr.put_nodeValue("v"), kOk);
+  Append(first, fromSecond);               // one dictionary into another
+  Append(fromSecond, Child(Child(first, 0), 0));
+  AttrMap map;
+  ASSERT_EQ(fromSecond.get_attributes(map), kOk);
+  Node out;
+  ASSERT_EQ(map.setNamedItem(attr, out), kOk);
+  EXPECT_EQ(Xml(first), "<first><x/>ab<fromSecond at=\"v\"> </fromSecond></first>");
+  ASSERT_EQ(Child(first, 1).put_nodeValue("changed"), kOk);
+  Append(created, first);
+  EXPECT_EQ(Xml(created),
+            "<created><fromFirst/>ab<first><x/>changed<fromSecond at=\"v\"> </fromSecond>"
+            "</first></created>");
+  doc.reset();
+  EXPECT_EQ(Name(Child(created, 2)), "first");
+}
+
+TEST(DomLifetime, ReplacedAttributeAndDeclarationStayUsable) {
+  Document doc = Parse("<r xmlns:p='urn:p' a='1'/>");
+  Node root = Root(doc);
+  AttrMap map;
+  ASSERT_EQ(root.get_attributes(map), kOk);
+  Node oldAttr, decl, out, fresh;
+  ASSERT_EQ(map.getNamedItem("a", oldAttr), kOk);
+  ASSERT_EQ(map.getNamedItem("xmlns:p", decl), kOk);
+  ASSERT_EQ(doc.createAttribute("a", fresh), kOk);
+  ASSERT_EQ(map.setNamedItem(fresh, out), kOk);
+  ASSERT_EQ(map.removeNamedItem("xmlns:p", out), kOk);
+  EXPECT_EQ(Value(oldAttr), "1");
+  EXPECT_EQ(Value(decl), "urn:p");
+  EXPECT_EQ(Xml(decl), "xmlns:p=\"urn:p\"");
+  // Moving the element to another document and dropping the old one is fine.
+  Document other = NewDocument();
+  Node host = Element(other, "host");
+  Append(host, root);
+  doc.reset();
+  map = AttrMap();
+  EXPECT_EQ(Value(decl), "urn:p");
+  EXPECT_EQ(Xml(host), "<host><r a=\"\"/></host>");
+}
+
+TEST(DomLifetime, DocumentsOnSeparateThreads) {
+  std::vector<std::thread> threads;
+  std::vector<std::string> results(4);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &results] {
+      EXPECT_GE(InitThread(), 0);
+      Document doc = Parse("<r/>");
+      Node root = Root(doc);
+      for (int i = 0; i < 200; ++i) {
+        Node child = Append(root, Element(doc, "c"));
+        if (i % 2 == 1) {
+          Node removed;
+          EXPECT_EQ(root.removeChild(child, removed), kOk);
+        }
+      }
+      NodeList list;
+      root.get_childNodes(list);
+      int32_t length = 0;
+      list.get_length(length);
+      for (int32_t i = 0; i < length; ++i) {
+        Node item;
+        EXPECT_EQ(list.get_item(i, item), kOk);
+      }
+      results[t] = std::to_string(length) + Xml(Child(root, 0));
+      UninitThread();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (const std::string& result : results) EXPECT_EQ(result, "100<c/>");
+}
+
+}  // namespace
+}  // namespace tk::dom::test
