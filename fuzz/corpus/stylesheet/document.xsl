@@ -1,0 +1,1 @@
+<xsl:stylesheet version="1.0" xmlns:xsl="http://www.w3.org/1999/XSL/Transform"><xsl:template match="/"><o><xsl:copy-of select="document('canary.xml')"/><xsl:value-of select="document('file:///etc/hostname')"/></o></xsl:template></xsl:stylesheet>

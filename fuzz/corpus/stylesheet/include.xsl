@@ -1,0 +1,1 @@
+<xsl:stylesheet version="1.0" xmlns:xsl="http://www.w3.org/1999/XSL/Transform"><xsl:include href="canary.xml"/><xsl:import href="http://127.0.0.1/x.xsl"/><xsl:template match="/"><o/></xsl:template></xsl:stylesheet>

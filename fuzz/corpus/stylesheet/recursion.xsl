@@ -1,0 +1,1 @@
+<xsl:stylesheet version="1.0" xmlns:xsl="http://www.w3.org/1999/XSL/Transform"><xsl:template match="/" name="t"><xsl:param name="n" select="0"/><xsl:call-template name="t"><xsl:with-param name="n" select="$n+1"/></xsl:call-template></xsl:template></xsl:stylesheet>

@@ -1,0 +1,1 @@
+<xsl:stylesheet version="1.0" xmlns:xsl="http://www.w3.org/1999/XSL/Transform" xmlns:exsl="http://exslt.org/common" extension-element-prefixes="exsl"><xsl:template match="/"><exsl:document href="out.xml"><w/></exsl:document><xsl:document href="out2.xml"><w/></xsl:document><done/></xsl:template></xsl:stylesheet>
