@@ -8,8 +8,8 @@ const char kPathHelp[] =
     "element path below the root, e.g. listeners/listener; its first component may name the root";
 
 const CLI::Validator kNotEmpty(
-    [](const std::string& value) { return value.empty() ? std::string("is empty") : std::string(); },
-    "", "NOT_EMPTY");
+    [](const std::string& value) { return std::string(value.empty() ? "is empty" : ""); }, "",
+    "NOT_EMPTY");
 
 void AddFile(CLI::App* command, std::string& file, Place place) {
   if (place == Place::kCommandLine) command->add_option("FILE", file, kFileHelp)->required();
@@ -72,7 +72,7 @@ CLI::App* AddSetCommand(CLI::App& app, SetArgs& args, Place place) {
   AddFile(command, args.file, place);
   command
       ->add_option("PAIRS", args.pairs,
-                   "one PATH VALUE pair or several; begin with -- if a value begins with -")
+                   "one PATH VALUE pair or several; put -- before them if a value begins with -")
       ->type_name("PATH VALUE")
       ->required();
   AddValueOptions(command, args.target);
@@ -122,6 +122,11 @@ std::string UsageMessage(const CLI::App& app, const CLI::ParseError& error) {
   std::string help = "treekeeper";
   for (const CLI::App* command : app.get_subcommands()) help += " " + command->get_name();
   std::string message = error.what();
+  const std::vector<std::string> left = app.remaining();
+  if (app.get_subcommands().empty() && !left.empty()) {
+    message = "'" + left.front() + "' is not a treekeeper " +
+              (left.front().rfind('-', 0) == 0 ? "option" : "command");
+  }
   while (!message.empty() && (message.back() == '\n' || message.back() == '.')) {
     message.pop_back();
   }

@@ -25,13 +25,14 @@ bool RunLine(const Document& document, std::vector<std::string> words,
   const CLI::App* getCommand = AddGetCommand(line, get, Place::kBatchLine);
   const CLI::App* setCommand = AddSetCommand(line, set, Place::kBatchLine);
   AddRmCommand(line, rm, Place::kBatchLine);
+  const std::string command = words.front();
   try {
     std::reverse(words.begin(), words.end());
     line.parse(words);
   } catch (const CLI::ParseError& error) {
     std::string message = error.what();
-    if (line.get_subcommands().empty() && !words.empty()) {
-      message = "'" + words.back() + "' is not a batch command (set, rm, get or ls)";
+    if (line.get_subcommands().empty()) {
+      message = "'" + command + "' is not a batch command (set, rm, get or ls)";
     }
     throw CliError(kUsage, message);
   }

@@ -86,9 +86,8 @@ void ListStep(const Document& document, const LsArgs& args, const GlobalOptions&
     // Text, CDATA and comments have no name of their own worth showing.
     if (nodeType == 1 || nodeType == 7) line += " " + NodeName(document, child);
     if (nodeType == 1 && args.attributes) {
-      for (const auto& [name, value] : ReadAttributes(document, child, args.path, global.codePage)) {
-        line += " " + name + "=" + Quoted(value);
-      }
+      const auto attributes = ReadAttributes(document, child, args.path, global.codePage);
+      for (const auto& [name, value] : attributes) line += " " + name + "=" + Quoted(value);
     }
     out += line + "\n";
   }

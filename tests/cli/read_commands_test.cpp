@@ -1,0 +1,116 @@
+// cat, ls and get, and the options every command has.
+#include <gtest/gtest.h>
+
+#include "tool_runner.h"
+
+namespace tkcli::test {
+namespace {
+
+struct ReadCase {
+  std::vector<std::string> args;  // "@" stands for the data file config.xml
+  std::string expected;           // expected standard output; "file:NAME" for a data file
+};
+
+std::vector<std::string> WithConfig(std::vector<std::string> args) {
+  for (std::string& arg : args) {
+    if (arg == "@") arg = DataPath("config.xml");
+  }
+  return args;
+}
+
+std::string Expected(const std::string& expected) {
+  return expected.rfind("file:", 0) == 0 ? ReadBytes(DataPath(expected.substr(5))) : expected;
+}
+
+TEST(ReadCommands, PrintWhatTheDocumentHolds) {
+  const std::vector<ReadCase> cases = {
+      {{"cat", "@"}, "file:cat_config.out"},
+      {{"cat", "@", "net"}, "file:cat_net.out"},
+      {{"cat", "@", "CFG/net"}, "file:cat_net.out"},  // the root's name may lead the path
+      {{"ls", "@", "-a"}, "file:ls_root.out"},
+      {{"ls", "@", "net"}, "0 element host\n1 element port\n2 element key\n3 element port\n"},
+      {{"ls", "@", "user"}, "0 text\n"},
+      {{"ls", "@", "script"}, "0 cdata\n"},
+      {{"ls", "@", "empty"}, ""},
+      {{"get", "@", "net/host"}, "example.org\n"},
+      {{"get", "@", "net/port"}, "8080\n"},  // the first of two
+      {{"get", "@", "user"}, "Zoë Müller\n"},
+      {{"get", "@", "empty"}, "\n"},
+      {{"get", "@", "net"}, "\n"},  // elements only, no text
+      {{"get", "@", "user", "-a", "name"}, "Zoë\n"},
+      {{"get", "@", "user", "--attribute", "id", "--number"}, "42\n"},
+      {{"get", "@", "user", "-a", "tag", "--hex"}, "c0ffee\n"},
+      {{"get", "@", "", "-a", "version"}, "2\n"},
+      {{"get", "@", "net/port", "--number"}, "8080\n"},
+      {{"get", "@", "net/key", "--hex"}, "0aff\n"},
+      {{"get", "@", "script", "--cdata"}, "if (a < b) run();\n"},
+      {{"get", "@", "user", "--codepage", "28591"}, "Zo\xEB M\xFCller\n"},
+      {{"--codepage", "28591", "ls", "-a", "@", "user"}, "0 text\n"},
+      {{"get", "@", "user", "-a", "name", "--codepage", "28591"}, "Zo\xEB\n"},
+  };
+  for (const ReadCase& c : cases) {
+    const ToolRun run = RunTool(WithConfig(c.args));
+    const std::string shown = testing::PrintToString(c.args);
+    EXPECT_EQ(run.status, 0) << shown << "\n" << run.err;
+    EXPECT_EQ(run.out, Expected(c.expected)) << shown;
+    EXPECT_EQ(run.err, "") << shown;
+  }
+}
+
+TEST(ReadCommands, ReadStandardInputForDash) {
+  const std::string config = ReadBytes(DataPath("config.xml"));
+  EXPECT_EQ(RunTool({"cat", "-"}, config).out, ReadBytes(DataPath("cat_config.out")));
+  EXPECT_EQ(RunTool({"get", "-", "net/host"}, config).out, "example.org\n");
+  EXPECT_EQ(RunTool({"ls", "-", "net"}, config).out.substr(0, 15), "0 element host\n");
+}
+
+TEST(ReadCommands, ValuesNotInTheAskedFormAreRefused) {
+  // A number or hex read of a value that isn't one fails instead of
+  // printing something made up.
+  const std::vector<std::vector<std::string>> cases = {
+      {"get", "@", "net/host", "--number"},
+      {"get", "@", "empty", "--number"},
+      {"get", "@", "net/host", "--hex"},
+      {"get", "@", "user", "-a", "name", "--number"},
+      {"get", "@", "user", "-a", "name", "--hex"},
+  };
+  for (const auto& args : cases) {
+    const ToolRun run = RunTool(WithConfig(args));
+    EXPECT_EQ(run.status, 5) << testing::PrintToString(args);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("not "), std::string::npos) << run.err;
+  }
+}
+
+TEST(ReadCommands, CrlfGivesTheFileForm) {
+  std::string expected;
+  for (const char c : ReadBytes(DataPath("cat_net.out"))) {
+    if (c == '\n') expected += '\r';
+    expected += c;
+  }
+  expected += "\r\r\n";
+  EXPECT_EQ(RunTool({"cat", DataPath("config.xml"), "net", "--crlf"}).out, expected);
+}
+
+TEST(ReadCommands, HelpVersionAndVerbose) {
+  const ToolRun version = RunTool({"--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out.rfind("treekeeper ", 0), 0u) << version.out;
+
+  for (const char* command : {"cat", "ls", "get", "set", "rm", "new", "xslt", "batch"}) {
+    const ToolRun help = RunTool({command, "--help"});
+    EXPECT_EQ(help.status, 0) << command;
+    EXPECT_NE(help.out.find(std::string("Usage: treekeeper ") + command), std::string::npos)
+        << help.out;
+  }
+
+  // The library's own messages appear only when asked for.
+  const std::string broken = DataPath("broken.xml");
+  EXPECT_EQ(RunTool({"cat", broken}).err.find("ImportFromFile"), std::string::npos);
+  const ToolRun verbose = RunTool({"cat", broken, "-v"});
+  EXPECT_EQ(verbose.status, 3);
+  EXPECT_NE(verbose.err.find("ImportFromFile : load failed\n"), std::string::npos) << verbose.err;
+}
+
+}  // namespace
+}  // namespace tkcli::test

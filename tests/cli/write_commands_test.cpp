@@ -1,0 +1,134 @@
+// set, rm and new: what they write, and where.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "tool_runner.h"
+
+namespace tkcli::test {
+namespace {
+
+mode_t Mode(const std::string& path) {
+  struct stat info {};
+  stat(path.c_str(), &info);
+  return info.st_mode & 07777;
+}
+
+TEST(WriteCommands, SetEditsInPlaceKeepingPermissions) {
+  Scratch dir;
+  const std::string file = dir.Copy("config.xml");
+  chmod(file.c_str(), 0640);
+  // Several pairs in one call; missing elements on the way are made, the
+  // root's name may lead a path.
+  const ToolRun run = RunTool({"set", file, "net/host", "new.example", "cfg/user/email",
+                           "zoe@example.org", "log/level", "3"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out + run.err, "");
+  EXPECT_EQ(ReadBytes(file), ReadBytes(DataPath("set_pairs.out")));
+  EXPECT_EQ(Mode(file), 0640u);
+  EXPECT_EQ(dir.Snapshot().size(), 1u) << "no temporary file stays behind";
+}
+
+TEST(WriteCommands, EditThroughASymbolicLinkChangesItsTarget) {
+  Scratch dir;
+  const std::string file = dir.Copy("config.xml");
+  const std::string link = dir.path("link.xml");
+  ASSERT_EQ(symlink(file.c_str(), link.c_str()), 0);
+  EXPECT_EQ(RunTool({"set", link, "net/host", "linked"}).status, 0);
+  struct stat info {};
+  ASSERT_EQ(lstat(link.c_str(), &info), 0);
+  EXPECT_TRUE(S_ISLNK(info.st_mode));
+  EXPECT_EQ(RunTool({"get", file, "net/host"}).out, "linked\n");
+}
+
+TEST(WriteCommands, ValuesReadBackInTheFormTheyWereWritten) {
+  struct Case {
+    std::vector<std::string> set;  // options after "set FILE"
+    std::vector<std::string> get;  // options after "get FILE"
+    std::string expected;
+  };
+  const std::vector<Case> cases = {
+      {{"net/host", "a < b & \"c\""}, {"net/host"}, "a < b & \"c\"\n"},
+      {{"net/host", ""}, {"net/host"}, "\n"},
+      {{"new/leaf", "Grüße"}, {"cfg/new/leaf"}, "Grüße\n"},
+      {{"net", "-a", "mode", "single"}, {"net", "-a", "mode"}, "single\n"},
+      {{"a/b", "-a", "x", "1"}, {"a/b", "-a", "x"}, "1\n"},
+      {{"net/port", "--number", "0042"}, {"net/port"}, "42\n"},
+      {{"count", "--number", "4294967295"}, {"count", "--number"}, "4294967295\n"},
+      {{"user", "-a", "id", "--number", "7"}, {"user", "-a", "id", "--number"}, "7\n"},
+      {{"blob", "--hex", "00FFa0"}, {"blob"}, "00ffa0\n"},
+      {{"blob", "--hex", "00FFa0"}, {"blob", "--hex"}, "00ffa0\n"},
+      {{"user", "-a", "tag", "--hex", ""}, {"user", "-a", "tag"}, "\n"},
+      {{"code", "--cdata", "x < y"}, {"code", "--cdata"}, "x < y\n"},
+      {{"--", "neg", "-5"}, {"neg"}, "-5\n"},
+  };
+  for (const Case& c : cases) {
+    Scratch dir;
+    const std::string file = dir.Copy("config.xml");
+    std::vector<std::string> set = {"set", file};
+    set.insert(set.end(), c.set.begin(), c.set.end());
+    std::vector<std::string> get = {"get", file};
+    get.insert(get.end(), c.get.begin(), c.get.end());
+    const ToolRun written = RunTool(set);
+    EXPECT_EQ(written.status, 0) << testing::PrintToString(c.set) << written.err;
+    const ToolRun read = RunTool(get);
+    EXPECT_EQ(read.out, c.expected) << testing::PrintToString(c.set) << read.err;
+  }
+}
+
+TEST(WriteCommands, OutputGoesWhereAsked) {
+  Scratch dir;
+  const std::string file = dir.Copy("config.xml");
+  const std::string original = ReadBytes(file);
+
+  const ToolRun toStdout = RunTool({"set", file, "net/host", "h", "-o", "-"});
+  EXPECT_EQ(toStdout.status, 0);
+  EXPECT_NE(toStdout.out.find("<host>h</host>"), std::string::npos) << toStdout.out;
+
+  const std::string copy = dir.path("copy.xml");
+  EXPECT_EQ(RunTool({"rm", file, "net/port", "--output", copy}).status, 0);
+  EXPECT_EQ(RunTool({"ls", copy, "net"}).out,
+            "0 element host\n1 element key\n2 element port\n");
+  EXPECT_EQ(RunTool({"get", copy, "net/port"}).out, "9090\n");
+
+  // From standard input, without -o, the result goes to standard output.
+  const ToolRun piped = RunTool({"set", "-", "net/host", "p"}, original);
+  EXPECT_EQ(piped.status, 0);
+  EXPECT_NE(piped.out.find("<host>p</host>"), std::string::npos);
+
+  EXPECT_EQ(ReadBytes(file), original);
+}
+
+TEST(WriteCommands, RemoveElementsAndAttributes) {
+  Scratch dir;
+  const std::string file = dir.Copy("config.xml");
+  EXPECT_EQ(RunTool({"rm", file, "user", "-a", "tag"}).status, 0);
+  EXPECT_EQ(RunTool({"rm", file, "cfg/script"}).status, 0);
+  EXPECT_EQ(RunTool({"ls", "-a", file}).out,
+            "0 element net mode=\"dual\"\n1 comment\n2 element user name=\"Zoë\" id=\"42\"\n"
+            "3 pi render\n4 element empty\n");
+}
+
+TEST(WriteCommands, NewMakesAnEmptyDocument) {
+  const std::string expected = "<?xml version='1.0' encoding='UTF-8' ?>\n<settings/>";
+  EXPECT_EQ(RunTool({"new", "settings"}).out, expected);
+  EXPECT_EQ(RunTool({"new", "settings", "--crlf"}).out,
+            "<?xml version='1.0' encoding='UTF-8' ?>\r\n<settings/>\r\r\n");
+
+  Scratch dir;
+  const std::string file = dir.path("new.xml");
+  EXPECT_EQ(RunTool({"new", "settings", "-o", file}).status, 0);
+  EXPECT_EQ(ReadBytes(file), expected);
+  const mode_t mask = umask(0);
+  umask(mask);
+  EXPECT_EQ(Mode(file), 0666u & ~mask);
+
+  // The file form on disk, as the library writes files.
+  EXPECT_EQ(RunTool({"set", file, "a", "1", "--crlf"}).status, 0);
+  EXPECT_EQ(ReadBytes(file),
+            "<?xml version='1.0' encoding='UTF-8' ?>\r\n<settings><a>1</a></settings>\r\r\n");
+}
+
+}  // namespace
+}  // namespace tkcli::test

@@ -1,0 +1,10 @@
+<?xml version="1.0"?>
+<xsl:stylesheet version="1.0" xmlns:xsl="http://www.w3.org/1999/XSL/Transform">
+  <xsl:template match="/cfg">
+    <hosts>
+      <xsl:for-each select="net/host">
+        <host name="{.}" port="{../port}"/>
+      </xsl:for-each>
+    </hosts>
+  </xsl:template>
+</xsl:stylesheet>
