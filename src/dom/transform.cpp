@@ -1,8 +1,214 @@
-// Transformation through a stylesheet.
+// Transformation through a stylesheet into a fresh document.
+//
+// The stylesheet runs in a sandbox: it can't read or write files, make
+// directories or reach the network, and a stylesheet that imports or
+// includes another one is refused before it is compiled. The engine's
+// messages go nowhere.
+#include <libxslt/security.h>
+#include <libxslt/transform.h>
+#include <libxslt/xslt.h>
+#include <libxslt/xsltInternals.h>
+#include <libxslt/xsltutils.h>
+
+#include <memory>
+#include <new>
+
 #include "dom/document_object.h"
 
 namespace tk::dom {
+namespace {
 
-int Document::transformNodeToObject(const Node&, const Document&, Document&) { return kFail; }
+const xmlChar kXsltNamespace[] = "http://www.w3.org/1999/XSL/Transform";
+
+void SilentTransformError(void*, const char*, ...) {}
+void SilentXPathError(void*, xmlErrorPtr) {}
+
+// A few faults met while expressions are evaluated (an unknown function, for
+// one) are written by the XPath engine straight to the calling thread's
+// generic error handler, past every per-context hook. For the length of a
+// compile or a run that handler is made silent on this thread only, and
+// then given back as it was; other threads and other callers never see it.
+class QuietThread {
+ public:
+  QuietThread() : m_func(xmlGenericError), m_context(xmlGenericErrorContext) {
+    xmlSetGenericErrorFunc(nullptr, SilentTransformError);
+  }
+  ~QuietThread() { xmlSetGenericErrorFunc(m_context, m_func); }
+  QuietThread(const QuietThread&) = delete;
+  QuietThread& operator=(const QuietThread&) = delete;
+
+ private:
+  xmlGenericErrorFunc m_func;
+  void* m_context;
+};
+
+// Calls visit on every node below top, depth first.
+template <typename Visit>
+void EachNode(xmlNodePtr top, Visit visit) {
+  xmlNodePtr node = top;
+  while (node != nullptr) {
+    visit(node);
+    if (node->type == XML_ELEMENT_NODE) {
+      for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) {
+        visit(reinterpret_cast<xmlNodePtr>(attr));
+      }
+    }
+    if (node->children != nullptr &&
+        (node->type == XML_ELEMENT_NODE || node->type == XML_DOCUMENT_NODE ||
+         node->type == XML_HTML_DOCUMENT_NODE)) {
+      node = node->children;
+      continue;
+    }
+    while (node != top && node->next == nullptr) node = node->parent;
+    if (node == top) break;
+    node = node->next;
+  }
+}
+
+bool ReadsOtherStylesheets(xmlDocPtr doc) {
+  bool found = false;
+  EachNode(reinterpret_cast<xmlNodePtr>(doc), [&found](xmlNodePtr node) {
+    if (node->type == XML_ELEMENT_NODE && node->ns != nullptr &&
+        xmlStrEqual(node->ns->href, kXsltNamespace) &&
+        (xmlStrEqual(node->name, X("import")) || xmlStrEqual(node->name, X("include")))) {
+      found = true;
+    }
+  });
+  return found;
+}
+
+// The engine may copy nodes together with their _private field, which here
+// holds reference counts: a tree new to us starts with none.
+void ClearCounts(xmlDocPtr doc) {
+  EachNode(reinterpret_cast<xmlNodePtr>(doc), [doc](xmlNodePtr node) {
+    if (node != reinterpret_cast<xmlNodePtr>(doc)) node->_private = nullptr;
+  });
+}
+
+struct StylesheetCloser {
+  void operator()(xsltStylesheetPtr style) const { xsltFreeStylesheet(style); }
+};
+struct ContextCloser {
+  void operator()(xsltTransformContextPtr ctxt) const { xsltFreeTransformContext(ctxt); }
+};
+struct PrefsCloser {
+  void operator()(xsltSecurityPrefsPtr prefs) const { xsltFreeSecurityPrefs(prefs); }
+};
+struct DocCloser {
+  void operator()(xmlDocPtr doc) const { xmlFreeDoc(doc); }
+};
+using DocOwner = std::unique_ptr<xmlDoc, DocCloser>;
+
+// Compiles a copy of the stylesheet document (compilation takes the tree
+// over and changes it).
+std::unique_ptr<xsltStylesheet, StylesheetCloser> Compile(xmlDocPtr source) {
+  if (xmlDocGetRootElement(source) == nullptr || ReadsOtherStylesheets(source)) return nullptr;
+  DocOwner copy(xmlCopyDoc(source, 1));
+  if (!copy) throw std::bad_alloc();
+  copy->_private = nullptr;
+  ClearCounts(copy.get());
+  std::unique_ptr<xsltStylesheet, StylesheetCloser> style(xsltNewStylesheet());
+  if (!style) throw std::bad_alloc();
+  // Expressions that don't compile are reported to this context alone.
+  if (style->xpathCtxt != nullptr) style->xpathCtxt->error = SilentXPathError;
+  if (xsltParseStylesheetUser(style.get(), copy.get()) != 0) return nullptr;
+  copy.release();  // the stylesheet owns it now
+  if (style->errors != 0) style.reset();
+  return style;
+}
+
+std::unique_ptr<xsltSecurityPrefs, PrefsCloser> Sandbox() {
+  std::unique_ptr<xsltSecurityPrefs, PrefsCloser> prefs(xsltNewSecurityPrefs());
+  if (!prefs) throw std::bad_alloc();
+  for (xsltSecurityOption option :
+       {XSLT_SECPREF_READ_FILE, XSLT_SECPREF_WRITE_FILE, XSLT_SECPREF_CREATE_DIRECTORY,
+        XSLT_SECPREF_READ_NETWORK, XSLT_SECPREF_WRITE_NETWORK}) {
+    xsltSetSecurityPrefs(prefs.get(), option, xsltSecurityForbid);
+  }
+  return prefs;
+}
+
+// Makes a node that no document holds as its element the single child of a
+// scratch document for the time of a transformation, so that "/" is the
+// root above it. The node's own doc pointer and its subtree are untouched.
+class ScratchRoot {
+ public:
+  explicit ScratchRoot(xmlNodePtr node) : m_node(node) {
+    m_doc = xmlNewDoc(X("1.0"));
+    if (m_doc == nullptr) throw std::bad_alloc();
+    m_parent = node->parent;
+    m_prev = node->prev;
+    m_next = node->next;
+    node->parent = reinterpret_cast<xmlNodePtr>(m_doc);
+    node->prev = node->next = nullptr;
+    m_doc->children = m_doc->last = node;
+  }
+  ~ScratchRoot() {
+    m_node->parent = m_parent;
+    m_node->prev = m_prev;
+    m_node->next = m_next;
+    m_doc->children = m_doc->last = nullptr;
+    xmlFreeDoc(m_doc);
+  }
+  ScratchRoot(const ScratchRoot&) = delete;
+  ScratchRoot& operator=(const ScratchRoot&) = delete;
+  xmlDocPtr doc() const { return m_doc; }
+
+ private:
+  xmlNodePtr m_node;
+  xmlDocPtr m_doc = nullptr;
+  xmlNodePtr m_parent, m_prev, m_next;
+};
+
+xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source) {
+  auto prefs = Sandbox();
+  std::unique_ptr<xsltTransformContext, ContextCloser> ctxt(
+      xsltNewTransformContext(style, source));
+  if (!ctxt) throw std::bad_alloc();
+  xsltSetTransformErrorFunc(ctxt.get(), nullptr, SilentTransformError);
+  if (ctxt->xpathCtxt != nullptr) ctxt->xpathCtxt->error = SilentXPathError;
+  if (xsltSetCtxtSecurityPrefs(prefs.get(), ctxt.get()) != 0) return nullptr;
+  DocOwner result(
+      xsltApplyStylesheetUser(style, source, nullptr, nullptr, nullptr, ctxt.get()));
+  if (ctxt->state == XSLT_STATE_ERROR || ctxt->state == XSLT_STATE_STOPPED) return nullptr;
+  return result.release();
+}
+
+}  // namespace
+
+int Document::transformNodeToObject(const Node& source, const Document& stylesheet,
+                                    Document& result) {
+  xmlNodePtr node = NodeAccess::Raw(source);
+  if (node == nullptr || NodeAccess::Ns(source) != nullptr || stylesheet.m_object == nullptr) {
+    return kInvalidArg;
+  }
+  EnsureEngine();
+  QuietThread quiet;
+  auto style = Compile(stylesheet.m_object->doc);
+  if (!style) return kFail;
+
+  const Node pin(source);  // the source stays while it is read
+  xmlDocPtr output = nullptr;
+  if (node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE) {
+    output = Run(style.get(), reinterpret_cast<xmlDocPtr>(node));
+  } else if (node->parent != nullptr && node->parent == reinterpret_cast<xmlNodePtr>(node->doc)) {
+    // The element of a document: the document is the root.
+    output = Run(style.get(), node->doc);
+  } else {
+    ScratchRoot scratch(node);
+    output = Run(style.get(), scratch.doc());
+  }
+  if (output == nullptr) return kFail;
+
+  DocOwner owned(output);
+  output->type = XML_DOCUMENT_NODE;  // an html output method still makes an XML tree
+  output->_private = nullptr;
+  ClearCounts(output);
+  AdoptDocument(output);
+  auto* object = new Object;
+  object->Replace(owned.release());
+  NodeAccess::SetObject(result, object);
+  return kOk;
+}
 
 }  // namespace tk::dom
