@@ -189,9 +189,29 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
 
   const Node pin(source);  // the source stays while it is read
   xmlDocPtr output = nullptr;
-  if (node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE) {
+  const bool isDocument =
+      node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
+  const bool isDocumentElement =
+      !isDocument && node->parent != nullptr && node->parent == reinterpret_cast<xmlNodePtr>(node->doc);
+  if (style->stripSpaces != nullptr) {
+    // Stripping white space edits the tree it runs on, so it runs on a copy.
+    DocOwner copy;
+    if (isDocument || isDocumentElement) {
+      copy.reset(xmlCopyDoc(isDocument ? reinterpret_cast<xmlDocPtr>(node) : node->doc, 1));
+    } else {
+      copy.reset(xmlNewDoc(X("1.0")));
+      if (copy) {
+        xmlNodePtr twin = xmlDocCopyNode(node, copy.get(), 1);
+        if (twin == nullptr) throw std::bad_alloc();
+        xmlAddChild(reinterpret_cast<xmlNodePtr>(copy.get()), twin);
+      }
+    }
+    if (!copy) throw std::bad_alloc();
+    copy->_private = nullptr;
+    output = Run(style.get(), copy.get());
+  } else if (isDocument) {
     output = Run(style.get(), reinterpret_cast<xmlDocPtr>(node));
-  } else if (node->parent != nullptr && node->parent == reinterpret_cast<xmlNodePtr>(node->doc)) {
+  } else if (isDocumentElement) {
     // The element of a document: the document is the root.
     output = Run(style.get(), node->doc);
   } else {

@@ -58,8 +58,12 @@ int Node::appendChild(const Node& child, Node& inTree) {
   xmlNodePtr parent = m_node;
   xmlNodePtr node = child.m_node;
   if (!CanHoldChild(parent, node)) return fail(kFail);
-  for (xmlNodePtr up = parent; up != nullptr; up = up->parent) {
-    if (up == node) return fail(kFail);  // a node can't go below itself
+  // A node can't go below itself; only a node with children can be an ancestor.
+  if (node == parent) return fail(kFail);
+  if (node->children != nullptr) {
+    for (xmlNodePtr up = parent->parent; up != nullptr; up = up->parent) {
+      if (up == node) return fail(kFail);
+    }
   }
   xmlDocPtr targetDoc = IsDocumentNode(parent) ? reinterpret_cast<xmlDocPtr>(parent) : parent->doc;
   xmlNodePtr oldTop = node->parent != nullptr ? TopOf(node) : nullptr;

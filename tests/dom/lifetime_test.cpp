@@ -192,3 +192,27 @@ TEST(DomLifetime, DocumentsOnSeparateThreads) {
 
 }  // namespace
 }  // namespace tk::dom::test
+
+namespace tk::dom::test {
+namespace {
+
+TEST(DomLifetime, VeryDeepBuiltTreeSerialisesAndGoes) {
+  Document doc = NewDocument();
+  Node top = Element(doc, "d");
+  WeakNode weak;
+  {
+    Node at = top;
+    for (int i = 0; i < 20000; ++i) at = Append(at, Element(doc, "d"));
+    weak.assign(at);
+  }
+  std::string xml = Xml(top);
+  EXPECT_EQ(xml.size(), 20000u * 7 + 4);  // <d>...<d/>...</d>
+  Node other = Element(doc, "host");
+  Append(other, top);  // moves the whole depth through namespace reconciliation
+  top.reset();
+  other.reset();
+  EXPECT_FALSE(weak.lock());
+}
+
+}  // namespace
+}  // namespace tk::dom::test

@@ -146,3 +146,30 @@ TEST(DomTransformLifetime, ResultTreeMixesWithNodesOfOtherDocuments) {
 
 }  // namespace
 }  // namespace tk::dom::test
+
+namespace tk::dom::test {
+namespace {
+
+TEST(DomTransformLifetime, StrippingWhiteSpaceLeavesTheSourceAlone) {
+  const std::string strip = Sheet("<xsl:strip-space elements='*'/><xsl:template match='/'>"
+                                  "<out><xsl:copy-of select='/*/*'/></out></xsl:template>");
+  Document doc = Parse("<r><a> </a><b> </b></r>");
+  Node blank = Child(Child(Root(doc), 0), 0);
+  Document created = NewDocument();
+  Node free = Element(created, "free");
+  Node kept = Append(Append(free, Element(created, "c")), Child(Child(Root(doc), 1), 0));
+  for (const Node& source : {Root(doc), free, Root(doc).ptr().ref()}) {
+    Document result;
+    ASSERT_EQ(Transform(source, strip, result), kOk);
+  }
+  Document result;
+  ASSERT_EQ(Transform(Root(doc), strip, result), kOk);
+  EXPECT_EQ(Xml(Root(result)), "<out><a/><b/></out>");
+  EXPECT_EQ(Value(blank), " ");
+  EXPECT_EQ(Xml(Root(doc)), "<r><a> </a><b/></r>");
+  EXPECT_EQ(Xml(free), "<free><c> </c></free>");
+  EXPECT_EQ(Value(kept), " ");
+}
+
+}  // namespace
+}  // namespace tk::dom::test
