@@ -46,9 +46,16 @@ struct ContextCloser {
 // the first is the one that names the fault.
 thread_local ParseError* t_firstFatal = nullptr;
 
+// A reference to an entity that only an external DTD could declare is no
+// fatal error to the engine, which would keep it as a reference node; the
+// text it stands for is never read, so such a document is refused as well.
+bool IsFatal(const xmlError* error) {
+  return error->level == XML_ERR_FATAL || error->code == XML_WAR_UNDECLARED_ENTITY;
+}
+
 void CollectError(void*, xmlErrorPtr error) {
   ParseError* first = t_firstFatal;
-  if (first == nullptr || error == nullptr || error->level != XML_ERR_FATAL) return;
+  if (first == nullptr || error == nullptr || !IsFatal(error)) return;
   if (first->errorCode != 0) return;
   first->errorCode = ErrorCode(error->code);
   first->line = error->line;
@@ -102,7 +109,7 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
     ctxt->input->filename = reinterpret_cast<char*>(xmlStrdup(X(url.c_str())));
   }
   xmlParseDocument(ctxt.get());
-  if (ctxt->wellFormed && ctxt->myDoc != nullptr) {
+  if (ctxt->wellFormed && ctxt->myDoc != nullptr && first.errorCode == 0) {
     result.doc = ctxt->myDoc;
     ctxt->myDoc = nullptr;
     return result;

@@ -29,19 +29,41 @@ bool IsXmlNamespace(const xmlNs* ns) {
   return ns->prefix != nullptr && xmlStrEqual(ns->prefix, X("xml"));
 }
 
-// Whether the element's text could name a namespace it doesn't declare
-// itself: one of its ancestors declares one, or the document keeps
-// declarations for detached branches.
-bool MayNeedDeclarations(const xmlNode* element) {
-  for (const xmlNode* up = element->parent; up != nullptr && up->type == XML_ELEMENT_NODE;
-       up = up->parent) {
-    if (up->nsDef != nullptr) return true;
-  }
+// True when the document keeps declarations for branches taken out of their
+// tree (references into them can't be resolved from ancestors).
+bool HasKeptDeclarations(const xmlNode* element) {
   const xmlDoc* doc = element->doc;
   return doc != nullptr && doc->oldNs != nullptr && doc->oldNs->next != nullptr;
 }
 
-// The namespaces used in the subtree and declared outside it, one per prefix.
+bool DeclaresPrefix(const xmlNode* element, const xmlChar* prefix) {
+  for (const xmlNs* own = element->nsDef; own != nullptr; own = own->next) {
+    if (xmlStrEqual(own->prefix, prefix)) return true;
+  }
+  return false;
+}
+
+// Visits every element below top (top included), depth first, until visit
+// returns false.
+template <typename Visit>
+void EachElement(xmlNodePtr top, Visit visit) {
+  xmlNodePtr node = top;
+  while (node != nullptr) {
+    if (node->type == XML_ELEMENT_NODE) {
+      if (!visit(node)) return;
+      if (node->children != nullptr) {
+        node = node->children;
+        continue;
+      }
+    }
+    while (node != top && node->next == nullptr) node = node->parent;
+    if (node == top) break;
+    node = node->next;
+  }
+}
+
+// The namespaces used in the subtree and declared outside it, one per
+// prefix, found by a walk over the whole subtree.
 std::vector<xmlNsPtr> MissingDeclarations(xmlNodePtr top) {
   std::vector<xmlNsPtr> declared;
   std::vector<xmlNsPtr> missing;
@@ -52,33 +74,53 @@ std::vector<xmlNsPtr> MissingDeclarations(xmlNodePtr top) {
     for (const xmlNs* other : missing) {
       if (xmlStrEqual(other->prefix, ns->prefix)) return;  // first one per prefix
     }
-    missing.push_back(ns);
+    if (!DeclaresPrefix(top, ns->prefix)) missing.push_back(ns);
   };
-  xmlNodePtr node = top;
-  while (node != nullptr) {
-    if (node->type == XML_ELEMENT_NODE) {
-      for (xmlNsPtr ns = node->nsDef; ns != nullptr; ns = ns->next) declared.push_back(ns);
-      use(node->ns);
-      for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) use(attr->ns);
-      if (node->children != nullptr) {
-        node = node->children;
-        continue;
+  EachElement(top, [&](xmlNodePtr node) {
+    for (xmlNsPtr ns = node->nsDef; ns != nullptr; ns = ns->next) declared.push_back(ns);
+    use(node->ns);
+    for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) use(attr->ns);
+    return true;
+  });
+  return missing;
+}
+
+// The declarations of the element's ancestors that its subtree uses. The
+// nearest declaration of each prefix is a candidate; the walk that looks for
+// uses stops once all candidates are used, and after a bounded number of
+// elements the candidates not yet seen are declared anyway, so that a large
+// subtree costs little more than its serialisation.
+std::vector<xmlNsPtr> UsedAncestorDeclarations(xmlNodePtr element) {
+  std::vector<xmlNsPtr> candidates;
+  for (xmlNodePtr up = element->parent; up != nullptr && up->type == XML_ELEMENT_NODE;
+       up = up->parent) {
+    for (xmlNsPtr ns = up->nsDef; ns != nullptr; ns = ns->next) {
+      if (IsXmlNamespace(ns) || DeclaresPrefix(element, ns->prefix)) continue;
+      bool shadowed = false;
+      for (const xmlNs* nearer : candidates) {
+        if (xmlStrEqual(nearer->prefix, ns->prefix)) shadowed = true;
       }
+      if (!shadowed) candidates.push_back(ns);
     }
-    while (node != top && node->next == nullptr) node = node->parent;
-    if (node == top) break;
-    node = node->next;
   }
-  // A prefix the element declares itself can't be declared twice.
-  std::vector<xmlNsPtr> result;
-  for (xmlNsPtr ns : missing) {
-    bool clash = false;
-    for (xmlNsPtr own = top->nsDef; own != nullptr; own = own->next) {
-      if (xmlStrEqual(own->prefix, ns->prefix)) clash = true;
+  std::vector<xmlNsPtr> used;
+  if (candidates.empty()) return used;
+  constexpr int kWalkBudget = 1024;
+  int budget = kWalkBudget;
+  auto use = [&](xmlNsPtr ns) {
+    if (ns != nullptr && Contains(candidates, ns) && !Contains(used, ns)) used.push_back(ns);
+  };
+  EachElement(element, [&](xmlNodePtr node) {
+    use(node->ns);
+    for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) use(attr->ns);
+    return used.size() < candidates.size() && --budget > 0;
+  });
+  if (budget <= 0) {
+    for (xmlNsPtr ns : candidates) {
+      if (!Contains(used, ns)) used.push_back(ns);
     }
-    if (!clash) result.push_back(ns);
   }
-  return result;
+  return used;
 }
 
 // Puts copies of declarations in front of an element's own for the time of
@@ -124,10 +166,18 @@ void AppendEscapedAttribute(const xmlChar* text, std::string& out) {
 }
 
 void Dump(xmlOutputBufferPtr buffer, xmlNodePtr node) {
-  if (node->type == XML_ELEMENT_NODE && MayNeedDeclarations(node)) {
-    TemporaryDeclarations extra(node, MissingDeclarations(node));
-    xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
-    return;
+  if (node->type == XML_ELEMENT_NODE) {
+    std::vector<xmlNsPtr> missing;
+    if (HasKeptDeclarations(node) && !InDocumentTree(node)) {
+      missing = MissingDeclarations(node);
+    } else if (node->parent != nullptr && node->parent->type == XML_ELEMENT_NODE) {
+      missing = UsedAncestorDeclarations(node);
+    }
+    if (!missing.empty()) {
+      TemporaryDeclarations extra(node, missing);
+      xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
+      return;
+    }
   }
   xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
 }

@@ -162,6 +162,13 @@ TEST(DomLoadSafety, ExternalEntitiesAreNeverRead) {
       EXPECT_EQ(Xml(Root(doc)).find("TOPSECRET"), std::string::npos) << xml;
     }
   }
+  // A reference left unresolved that way doesn't load: its text would read
+  // back as an undefined entity.
+  Document doc = NewDocument();
+  EXPECT_LT(LoadText(doc, external), 0);
+  ParseError error;
+  doc.get_parseError(error);
+  EXPECT_NE(error.reason.find("leak"), std::string::npos) << error.reason;
 }
 
 TEST(DomLoadSafety, EntityExpansionIsBounded) {
