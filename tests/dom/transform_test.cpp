@@ -144,11 +144,6 @@ TEST(DomTransformLifetime, ResultTreeMixesWithNodesOfOtherDocuments) {
   EXPECT_EQ(Xml(fromResult), "<a>changed</a>");
 }
 
-}  // namespace
-}  // namespace tk::dom::test
-
-namespace tk::dom::test {
-namespace {
 
 TEST(DomTransformLifetime, StrippingWhiteSpaceLeavesTheSourceAlone) {
   const std::string strip = Sheet("<xsl:strip-space elements='*'/><xsl:template match='/'>"

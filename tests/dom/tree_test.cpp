@@ -238,11 +238,6 @@ TEST(DomValues, TextXmlCantHoldIsRefusedEverywhere) {
   EXPECT_EQ(Xml(text), "\t&#13;\n\xF0\x9F\x98\x80");
 }
 
-}  // namespace
-}  // namespace tk::dom::test
-
-namespace tk::dom::test {
-namespace {
 
 TEST(DomChildren, OutArgumentsMayBeTheInputNode) {
   Document doc = Parse("<r><a><b/></a></r>");
