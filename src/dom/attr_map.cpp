@@ -7,8 +7,6 @@
 
 namespace tk::dom {
 
-bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns);
-
 namespace {
 
 xmlNodePtr AsNode(xmlAttrPtr attr) { return reinterpret_cast<xmlNodePtr>(attr); }

@@ -121,6 +121,8 @@ int TypeOf(const xmlNode* node, const xmlNs* ns);
 // Appends the qualified name of a node to out.
 void AppendName(const xmlNode* node, const xmlNs* ns, std::string& out);
 bool NameEquals(const xmlNode* node, const xmlNs* ns, std::string_view name);
+// True when the element or a node below it is in the namespace ns.
+bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns);
 
 // ---- text rules (text.cpp) ---------------------------------------------------
 

@@ -224,18 +224,32 @@ int Node::get_nodeValue(std::string& out) const {
   }
 }
 
-namespace {
-
-bool UsesNs(xmlNodePtr element, xmlNsPtr ns);
-
-}  // namespace
+bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns) {
+  xmlNodePtr node = element;
+  while (node != nullptr) {
+    if (node->type == XML_ELEMENT_NODE) {
+      if (node->ns == ns) return true;
+      for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) {
+        if (attr->ns == ns) return true;
+      }
+      if (node->children != nullptr) {
+        node = node->children;
+        continue;
+      }
+    }
+    while (node != element && node->next == nullptr) node = node->parent;
+    if (node == element) break;
+    node = node->next;
+  }
+  return false;
+}
 
 int Node::put_nodeValue(std::string_view utf8) {
   if (m_node == nullptr) return kInvalidArg;
   if (!IsXmlText(utf8) || utf8.find('\0') != std::string_view::npos) return kInvalidArg;
   if (m_ns != nullptr) {
     if (utf8.empty() && m_ns->prefix != nullptr) return kInvalidArg;
-    if (UsesNs(m_node, m_ns)) return kFail;  // would move named nodes to another namespace
+    if (NamespaceInUse(m_node, m_ns)) return kFail;  // would move named nodes to another namespace
     xmlChar* href = EngineString(utf8);
     xmlFree(const_cast<xmlChar*>(m_ns->href));
     m_ns->href = href;
@@ -276,31 +290,6 @@ int Node::put_nodeValue(std::string_view utf8) {
   return kOk;
 }
 
-namespace {
-
-bool UsesNs(xmlNodePtr element, xmlNsPtr ns) {
-  xmlNodePtr node = element;
-  while (node != nullptr) {
-    if (node->type == XML_ELEMENT_NODE) {
-      if (node->ns == ns) return true;
-      for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) {
-        if (attr->ns == ns) return true;
-      }
-      if (node->children != nullptr) {
-        node = node->children;
-        continue;
-      }
-    }
-    while (node != element && node->next == nullptr) node = node->parent;
-    if (node == element) break;
-    node = node->next;
-  }
-  return false;
-}
-
-}  // namespace
-
-bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns) { return UsesNs(element, ns); }
 
 // ---- Node: attributes -------------------------------------------------------------
 

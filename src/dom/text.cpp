@@ -47,6 +47,7 @@ bool IsQualifiedName(std::string_view name) {
 }
 
 xmlChar* EngineString(std::string_view text) {
+  if (text.size() > static_cast<size_t>(INT32_MAX)) throw std::bad_alloc();
   xmlChar* copy = xmlStrndup(X(text.data() != nullptr ? text.data() : ""),
                              static_cast<int>(text.size()));
   if (copy == nullptr) throw std::bad_alloc();
