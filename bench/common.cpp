@@ -108,7 +108,7 @@ benchmark::internal::Benchmark* Register(const std::string& op, const std::strin
                                          bool manualTime) {
   const std::string name = op + "/" + label + "/" + lib;
   auto* b = benchmark::RegisterBenchmark(name.c_str(), std::move(fn));
-  return manualTime ? b->UseManualTime() : b->UseRealTime();
+  return manualTime ? b->UseManualTime() : b;
 }
 
 benchmark::internal::Benchmark* Register(const std::string& op, const DocSpec& spec,
@@ -159,6 +159,10 @@ bool Ok(benchmark::State& state, int rc, const char* what) {
   if (rc == 0) return true;
   state.SkipWithError((std::string(what) + " returned " + std::to_string(rc)).c_str());
   return false;
+}
+
+std::string Failure(const char* what, int rc) {
+  return rc == 0 ? std::string() : std::string(what) + " returned " + std::to_string(rc);
 }
 
 xmlDocPtr ParseWithDomOptions(const std::string& text) {

@@ -44,7 +44,7 @@ const std::string& DocFile(const DocSpec& spec);
 std::string TempPath(const std::string& name);
 
 // Registers fn as op/<doc label>/lib, or op/label/lib for a free label, timed
-// by the wall clock (or by the benchmark itself with manualTime).
+// by the process's CPU clock (or by the benchmark itself with manualTime).
 benchmark::internal::Benchmark* Register(const std::string& op, const DocSpec& spec,
                                          const std::string& lib,
                                          std::function<void(benchmark::State&)> fn,
@@ -76,6 +76,24 @@ class TkInstance {
 // Marks the benchmark failed with "what returned rc" unless rc is 0. The
 // caller leaves its loop when this gives false.
 bool Ok(benchmark::State& state, int rc, const char* what);
+
+// "" for rc 0, else "what returned rc".
+std::string Failure(const char* what, int rc);
+
+// Runs step once untimed, so that every library starts timing with a heap
+// already grown to the size of its work, then once per iteration. step gives
+// "" on success, else what failed, which ends the benchmark with that error.
+template <typename Step>
+void Repeat(benchmark::State& state, Step step) {
+  std::string failure = step();
+  if (failure.empty()) {
+    for (auto _ : state) {
+      failure = step();
+      if (!failure.empty()) break;
+    }
+  }
+  if (!failure.empty()) state.SkipWithError(failure.c_str());
+}
 
 // libxml2 helpers for the raw peer.
 xmlDocPtr ParseWithDomOptions(const std::string& text);

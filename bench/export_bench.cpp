@@ -80,10 +80,11 @@ void RegisterMemoryExport(const DocSpec& spec) {
     TkInstance tk;
     if (!Ok(state, tk->ImportFromStream(text.c_str(), 1, nullptr), "ImportFromStream")) return;
     outputstr out;
-    for (auto _ : state) {
-      if (!Ok(state, tk->ExportToStream(out), "ExportToStream")) break;
+    Repeat(state, [&] {
+      const int rc = tk->ExportToStream(out);
       benchmark::DoNotOptimize(out.text());
-    }
+      return Failure("ExportToStream", rc);
+    });
     if (!state.error_occurred()) state.SetLabel(CompareWithLibxml2(out.text(), text));
     SetBytes(state, text.size(), out.length());
   });
@@ -92,7 +93,10 @@ void RegisterMemoryExport(const DocSpec& spec) {
     xmlDocPtr doc = ParseWithDomOptions(text);
     xmlNodePtr root = xmlDocGetRootElement(doc);
     size_t length = 0;
-    for (auto _ : state) length = DumpToMemory(root);
+    Repeat(state, [&] {
+      length = DumpToMemory(root);
+      return std::string();
+    });
     xmlFreeDoc(doc);
     SetBytes(state, text.size(), length);
   });
@@ -104,12 +108,13 @@ void RegisterMemoryExport(const DocSpec& spec) {
       return;
     }
     size_t length = 0;
-    for (auto _ : state) {
+    Repeat(state, [&] {
       StringWriter writer;
       doc.save(writer, "", pugi::format_raw, pugi::encoding_utf8);
       length = writer.text.size();
       benchmark::DoNotOptimize(writer.text.data());
-    }
+      return std::string();
+    });
     SetBytes(state, text.size(), length);
   });
   Register("export_memory", spec, "tinyxml2", [spec](benchmark::State& state) {
@@ -120,12 +125,13 @@ void RegisterMemoryExport(const DocSpec& spec) {
       return;
     }
     size_t length = 0;
-    for (auto _ : state) {
+    Repeat(state, [&] {
       tinyxml2::XMLPrinter printer(nullptr, true);
       doc.Print(&printer);
       length = static_cast<size_t>(printer.CStrSize());
       benchmark::DoNotOptimize(printer.CStr());
-    }
+      return std::string();
+    });
     SetBytes(state, text.size(), length);
   });
 }
@@ -137,9 +143,7 @@ void RegisterFileExport(const DocSpec& spec) {
     const std::string path = TempPath(file);
     TkInstance tk;
     if (!Ok(state, tk->ImportFromStream(text.c_str(), 1, nullptr), "ImportFromStream")) return;
-    for (auto _ : state) {
-      if (!Ok(state, tk->ExportToFile(path.c_str()), "ExportToFile")) break;
-    }
+    Repeat(state, [&] { return Failure("ExportToFile", tk->ExportToFile(path.c_str())); });
     SetBytes(state, text.size(), 0);
   });
   Register("export_file", spec, "libxml2", [spec, file](benchmark::State& state) {
@@ -147,14 +151,11 @@ void RegisterFileExport(const DocSpec& spec) {
     const std::string path = TempPath(file);
     xmlDocPtr doc = ParseWithDomOptions(text);
     xmlNodePtr root = xmlDocGetRootElement(doc);
-    for (auto _ : state) {
-      xmlOutputBufferPtr file = xmlOutputBufferCreateFilename(path.c_str(), nullptr, 0);
-      xmlNodeDumpOutput(file, doc, root, 0, 0, "UTF-8");
-      if (xmlOutputBufferClose(file) < 0) {
-        state.SkipWithError("xmlOutputBufferClose failed");
-        break;
-      }
-    }
+    Repeat(state, [&] {
+      xmlOutputBufferPtr out = xmlOutputBufferCreateFilename(path.c_str(), nullptr, 0);
+      xmlNodeDumpOutput(out, doc, root, 0, 0, "UTF-8");
+      return xmlOutputBufferClose(out) < 0 ? "xmlOutputBufferClose failed" : std::string();
+    });
     xmlFreeDoc(doc);
     SetBytes(state, text.size(), 0);
   });
@@ -166,12 +167,10 @@ void RegisterFileExport(const DocSpec& spec) {
       state.SkipWithError("load_buffer failed");
       return;
     }
-    for (auto _ : state) {
-      if (!doc.save_file(path.c_str(), "", pugi::format_raw, pugi::encoding_utf8)) {
-        state.SkipWithError("save_file failed");
-        break;
-      }
-    }
+    Repeat(state, [&] {
+      const bool ok = doc.save_file(path.c_str(), "", pugi::format_raw, pugi::encoding_utf8);
+      return ok ? std::string() : "save_file failed";
+    });
     SetBytes(state, text.size(), 0);
   });
   Register("export_file", spec, "tinyxml2", [spec, file](benchmark::State& state) {
@@ -182,12 +181,10 @@ void RegisterFileExport(const DocSpec& spec) {
       state.SkipWithError("Parse failed");
       return;
     }
-    for (auto _ : state) {
-      if (doc.SaveFile(path.c_str(), true) != tinyxml2::XML_SUCCESS) {
-        state.SkipWithError("SaveFile failed");
-        break;
-      }
-    }
+    Repeat(state, [&] {
+      const bool ok = doc.SaveFile(path.c_str(), true) == tinyxml2::XML_SUCCESS;
+      return ok ? std::string() : "SaveFile failed";
+    });
     SetBytes(state, text.size(), 0);
   });
 }

@@ -49,63 +49,53 @@ bool SaxParse(const std::string& text) {
 void RegisterMemoryParse(const DocSpec& spec) {
   Register("parse_memory", spec, "treekeeper", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);
-    for (auto _ : state) {
+    Repeat(state, [&] {
       TkInstance tk;
-      if (!Ok(state, tk->ImportFromStream(text.c_str(), 1, nullptr), "ImportFromStream")) break;
-    }
+      return Failure("ImportFromStream", tk->ImportFromStream(text.c_str(), 1, nullptr));
+    });
     SetBytes(state, text.size());
   });
   Register("reimport_memory", spec, "treekeeper", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);
     TkInstance tk;
-    for (auto _ : state) {
-      if (!Ok(state, tk->ImportFromStream(text.c_str(), 1, nullptr), "ImportFromStream")) break;
+    Repeat(state, [&] {
+      const int rc = tk->ImportFromStream(text.c_str(), 1, nullptr);
       tk->CloseAllElements();
-    }
+      return Failure("ImportFromStream", rc);
+    });
     SetBytes(state, text.size());
   });
   Register("parse_memory", spec, "libxml2", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);
-    for (auto _ : state) {
+    Repeat(state, [&] {
       xmlDocPtr doc = ParseWithDomOptions(text);
-      if (doc == nullptr) {
-        state.SkipWithError("xmlReadMemory failed");
-        break;
-      }
+      if (doc == nullptr) return std::string("xmlReadMemory failed");
       xmlFreeDoc(doc);
-    }
+      return std::string();
+    });
     SetBytes(state, text.size());
   });
   Register("parse_memory", spec, "libxml2_sax", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);
-    for (auto _ : state) {
-      if (!SaxParse(text)) {
-        state.SkipWithError("SAX parse failed");
-        break;
-      }
-    }
+    Repeat(state, [&] { return SaxParse(text) ? std::string() : "SAX parse failed"; });
     SetBytes(state, text.size());
   });
   Register("parse_memory", spec, "pugixml", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);
     pugi::xml_document doc;
-    for (auto _ : state) {
-      if (!doc.load_buffer(text.data(), text.size(), kPugiOptions, pugi::encoding_utf8)) {
-        state.SkipWithError("load_buffer failed");
-        break;
-      }
-    }
+    Repeat(state, [&] {
+      const bool ok = doc.load_buffer(text.data(), text.size(), kPugiOptions, pugi::encoding_utf8);
+      return ok ? std::string() : "load_buffer failed";
+    });
     SetBytes(state, text.size());
   });
   Register("parse_memory", spec, "tinyxml2", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);
-    for (auto _ : state) {
+    Repeat(state, [&] {
       tinyxml2::XMLDocument doc;
-      if (doc.Parse(text.data(), text.size()) != tinyxml2::XML_SUCCESS) {
-        state.SkipWithError("Parse failed");
-        break;
-      }
-    }
+      const bool ok = doc.Parse(text.data(), text.size()) == tinyxml2::XML_SUCCESS;
+      return ok ? std::string() : "Parse failed";
+    });
     SetBytes(state, text.size());
   });
 }
@@ -113,44 +103,38 @@ void RegisterMemoryParse(const DocSpec& spec) {
 void RegisterFileParse(const DocSpec& spec) {
   Register("parse_file", spec, "treekeeper", [spec](benchmark::State& state) {
     const std::string& path = DocFile(spec);
-    for (auto _ : state) {
+    Repeat(state, [&] {
       TkInstance tk;
-      if (!Ok(state, tk->ImportFromFile(path.c_str()), "ImportFromFile")) break;
-    }
+      return Failure("ImportFromFile", tk->ImportFromFile(path.c_str()));
+    });
     SetBytes(state, DocText(spec).size());
   });
   Register("parse_file", spec, "libxml2", [spec](benchmark::State& state) {
     const std::string& path = DocFile(spec);
-    for (auto _ : state) {
+    Repeat(state, [&] {
       xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, kDomParseOptions);
-      if (doc == nullptr) {
-        state.SkipWithError("xmlReadFile failed");
-        break;
-      }
+      if (doc == nullptr) return std::string("xmlReadFile failed");
       xmlFreeDoc(doc);
-    }
+      return std::string();
+    });
     SetBytes(state, DocText(spec).size());
   });
   Register("parse_file", spec, "pugixml", [spec](benchmark::State& state) {
     const std::string& path = DocFile(spec);
     pugi::xml_document doc;
-    for (auto _ : state) {
-      if (!doc.load_file(path.c_str(), kPugiOptions, pugi::encoding_utf8)) {
-        state.SkipWithError("load_file failed");
-        break;
-      }
-    }
+    Repeat(state, [&] {
+      const bool ok = doc.load_file(path.c_str(), kPugiOptions, pugi::encoding_utf8);
+      return ok ? std::string() : "load_file failed";
+    });
     SetBytes(state, DocText(spec).size());
   });
   Register("parse_file", spec, "tinyxml2", [spec](benchmark::State& state) {
     const std::string& path = DocFile(spec);
-    for (auto _ : state) {
+    Repeat(state, [&] {
       tinyxml2::XMLDocument doc;
-      if (doc.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
-        state.SkipWithError("LoadFile failed");
-        break;
-      }
-    }
+      const bool ok = doc.LoadFile(path.c_str()) == tinyxml2::XML_SUCCESS;
+      return ok ? std::string() : "LoadFile failed";
+    });
     SetBytes(state, DocText(spec).size());
   });
 }

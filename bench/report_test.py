@@ -17,15 +17,15 @@ report = importlib.util.module_from_spec(_spec)
 _loader.exec_module(report)
 
 
-def bench(name, real_time, unit="us", **extra):
-    entry = {"name": name, "run_name": name, "run_type": "iteration", "real_time": real_time,
-             "cpu_time": real_time, "time_unit": unit}
+def bench(name, time, unit="us", **extra):
+    entry = {"name": name, "run_name": name, "run_type": "iteration", "real_time": time,
+             "cpu_time": time, "time_unit": unit}
     entry.update(extra)
     return entry
 
 
-def median(name, real_time, unit="us", **extra):
-    return bench(name, real_time, unit, run_type="aggregate", aggregate_name="median", **extra)
+def median(name, time, unit="us", **extra):
+    return bench(name, time, unit, run_type="aggregate", aggregate_name="median", **extra)
 
 
 class ReadingTest(unittest.TestCase):

@@ -42,15 +42,18 @@ void RegisterIdentity(const DocSpec& spec) {
     if (!Ok(state, tk->ImportFromStream(text.c_str(), 1, nullptr), "ImportFromStream")) return;
     // Every iteration transforms the parsed document, as the peer does: the
     // result of the previous one is replaced, untimed, by a new import.
-    for (auto _ : state) {
-      if (!Ok(state, TkXslt(tk.get())->ApplyXSLT(kIdentityStylesheet, sheetLength), "ApplyXSLT"))
-        break;
-      state.PauseTiming();
+    bool warm = false;
+    Repeat(state, [&] {
+      std::string failure =
+          Failure("ApplyXSLT", TkXslt(tk.get())->ApplyXSLT(kIdentityStylesheet, sheetLength));
+      if (warm) state.PauseTiming();
       tk->CloseAllElements();
-      const int rc = tk->ImportFromStream(text.c_str(), 1, nullptr);
-      state.ResumeTiming();
-      if (!Ok(state, rc, "ImportFromStream")) break;
-    }
+      if (failure.empty()) failure = Failure("ImportFromStream",
+                                             tk->ImportFromStream(text.c_str(), 1, nullptr));
+      if (warm) state.ResumeTiming();
+      warm = true;
+      return failure;
+    });
     // The result has to be libxslt's: both exported by the library.
     if (state.error_occurred()) return;
     TkInstance reference;
@@ -70,32 +73,26 @@ void RegisterIdentity(const DocSpec& spec) {
   Register("xslt_identity", spec, "libxslt", [spec, sheetLength](benchmark::State& state) {
     const std::string& text = DocText(spec);
     xmlDocPtr doc = ParseWithDomOptions(text);
-    for (auto _ : state) {
+    Repeat(state, [&] {
       xmlDocPtr sheetDoc = xmlReadMemory(kIdentityStylesheet, sheetLength, nullptr, nullptr,
                                          kDomParseOptions);
       xsltStylesheetPtr sheet = xsltParseStylesheetDoc(sheetDoc);
       xmlDocPtr result = sheet ? xsltApplyStylesheet(sheet, doc, nullptr) : nullptr;
-      if (result == nullptr) {
-        state.SkipWithError("xsltApplyStylesheet failed");
-        if (sheet) xsltFreeStylesheet(sheet);
-        break;
-      }
-      xmlFreeDoc(result);
-      xsltFreeStylesheet(sheet);  // frees sheetDoc too
-    }
+      if (result) xmlFreeDoc(result);
+      if (sheet) xsltFreeStylesheet(sheet);  // frees sheetDoc too
+      return result ? std::string() : "xsltApplyStylesheet failed";
+    });
     xmlFreeDoc(doc);
     SetBytes(state, text.size());
   });
   Register("xslt_identity", spec, "libxml2_import_result", [spec](benchmark::State& state) {
     const std::string resultText = LibxsltResult(DocText(spec));
-    for (auto _ : state) {
+    Repeat(state, [&] {
       xmlDocPtr parsed = ParseWithDomOptions(resultText);
-      if (parsed == nullptr) {
-        state.SkipWithError("parse of the result failed");
-        break;
-      }
+      if (parsed == nullptr) return std::string("parse of the result failed");
       xmlFreeDoc(parsed);
-    }
+      return std::string();
+    });
     SetBytes(state, resultText.size());
   });
 }
