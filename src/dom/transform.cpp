@@ -179,8 +179,9 @@ xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source) {
 int Document::transformNodeToObject(const Node& source, const Document& stylesheet,
                                     Document& result) {
   xmlNodePtr node = NodeAccess::Raw(source);
-  if (node == nullptr || NodeAccess::Ns(source) != nullptr || stylesheet.m_object == nullptr) {
-    return kInvalidArg;
+  if (node == nullptr || NodeAccess::Ns(source) != nullptr || stylesheet.m_object == nullptr ||
+      node->type == XML_ATTRIBUTE_NODE) {
+    return kInvalidArg;  // an attribute can't stand as the child of a root
   }
   EnsureEngine();
   QuietThread quiet;

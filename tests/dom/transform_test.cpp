@@ -82,6 +82,9 @@ TEST(DomTransform, ResultWithoutElementAndFailures) {
   Document empty = NewDocument();
   EXPECT_LT(Document::transformNodeToObject(Root(doc), empty, result), 0);
   EXPECT_LT(Document::transformNodeToObject(Node(), Parse(kRootName), result), 0);
+  Node attr;
+  ASSERT_EQ(doc.createAttribute("a", attr), kOk);
+  EXPECT_LT(Document::transformNodeToObject(attr, Parse(kRootName), result), 0);
 }
 
 TEST(DomTransformSafety, StylesheetCanNeitherReadNorWriteFiles) {
