@@ -13,10 +13,15 @@
 namespace tk {
 namespace {
 
+// Every read below checks the room it needs against two capacities: *size,
+// which an earlier text child of the same read may have changed, and
+// `room`, what the caller's buffer really holds. The second never lets a
+// later child write past the caller's buffer.
+
 // A number is read from decimal digits only; a value beyond 32 bits
 // saturates at 4294967295.
-int ReadNumber(const std::string& value, unsigned* size, void* buffer) {
-  if (buffer == nullptr || *size < 4) {
+int ReadNumber(const std::string& value, unsigned* size, void* buffer, unsigned room) {
+  if (buffer == nullptr || *size < 4 || room < 4) {
     *size = 4;
     return -105;
   }
@@ -34,13 +39,13 @@ int ReadNumber(const std::string& value, unsigned* size, void* buffer) {
 
 // A byte string is read from hex digits; a bad digit ends the decoding with a
 // zero byte at its place, and the read still succeeds.
-int ReadBinary(const std::string& value, unsigned* size, void* buffer) {
+int ReadBinary(const std::string& value, unsigned* size, void* buffer, unsigned room) {
   std::string scratch;
   const std::string digits(DomToAnsi(value, scratch));
   const size_t length = digits.size();
   const uint64_t needed = (length >> 1) + (length & 1);
   const unsigned neededSize = needed > UINT32_MAX ? UINT32_MAX : static_cast<unsigned>(needed);
-  if (buffer == nullptr || needed > *size) {
+  if (buffer == nullptr || needed > *size || needed > room) {
     *size = neededSize;
     return -105;
   }
@@ -55,10 +60,11 @@ int ReadBinary(const std::string& value, unsigned* size, void* buffer) {
 
 // Text follows the buffer protocol; a code page the conversion refuses gives
 // an empty text.
-int ReadText(const std::string& value, unsigned* size, void* buffer, TextReadForm form) {
+int ReadText(const std::string& value, unsigned* size, void* buffer, unsigned room,
+             TextReadForm form) {
   const int needed = cp::DomToNarrow(form.codePage, form.flags, value, nullptr, 0);
   const unsigned neededSize = needed > 0 ? static_cast<unsigned>(needed) : 0;
-  if (buffer == nullptr || *size < neededSize) {
+  if (buffer == nullptr || *size < neededSize || room < neededSize) {
     *size = neededSize;
     return -105;
   }
@@ -68,7 +74,8 @@ int ReadText(const std::string& value, unsigned* size, void* buffer, TextReadFor
     *size = 1;
     return 0;
   }
-  const int capacity = *size > static_cast<unsigned>(INT_MAX) ? INT_MAX : static_cast<int>(*size);
+  const unsigned limit = *size < room ? *size : room;
+  const int capacity = limit > static_cast<unsigned>(INT_MAX) ? INT_MAX : static_cast<int>(limit);
   cp::DomToNarrow(form.codePage, form.flags, value, out, capacity);
   *size = neededSize;
   return 0;
@@ -86,6 +93,7 @@ int ReadChildValue(const dom::Node& element, int nodeType, int type, unsigned* s
     return -1;
   }
   int result = -1;
+  const unsigned room = size != nullptr && buffer != nullptr ? *size : 0;
   std::string value;
   for (int32_t i = 0; i < length; ++i) {
     dom::Node child;
@@ -95,11 +103,11 @@ int ReadChildValue(const dom::Node& element, int nodeType, int type, unsigned* s
       // Nowhere to report a size: the caller can't have a buffer of known room.
       result = -105;
     } else if (type == TK_VALUE_NUMBER) {
-      result = ReadNumber(value, size, buffer);
+      result = ReadNumber(value, size, buffer, room);
     } else if (type == TK_VALUE_BINARY) {
-      result = ReadBinary(value, size, buffer);
+      result = ReadBinary(value, size, buffer, room);
     } else {
-      result = ReadText(value, size, buffer, textForm);
+      result = ReadText(value, size, buffer, room, textForm);
     }
   }
   return result;

@@ -18,7 +18,9 @@ struct TextReadForm {
 
 // Reads the value of `element` from its children of `nodeType`. Every such
 // child is read in turn and the last one decides the result and *size; the
-// size one child leaves is the capacity for the next.
+// size one child leaves is the capacity for the next, but no child writes
+// more than the caller's buffer holds (the capacity *size had on entry):
+// one that would gives -105 with the size it needs.
 //   -107  the element has no children (*size untouched), or a number was
 //         read from an empty text
 //   -1    children, but none of nodeType (*size untouched)

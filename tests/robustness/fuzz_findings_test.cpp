@@ -1,0 +1,79 @@
+// Regressions of what the fuzz targets found, each reduced to its cause.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "support/test_support.h"
+
+namespace tk::test {
+namespace {
+
+// A buffer with guard bytes behind the room the caller claims.
+struct GuardedBuffer {
+  static constexpr unsigned kGuard = 16;
+  explicit GuardedBuffer(unsigned room) : room(room) { std::memset(bytes, 0xAA, sizeof bytes); }
+  bool guardIntact() const {
+    for (unsigned i = room; i < sizeof bytes; ++i) {
+      if (static_cast<unsigned char>(bytes[i]) != 0xAA) return false;
+    }
+    return true;
+  }
+  unsigned room;
+  char bytes[64 + kGuard];
+};
+
+// Several text children: the size an earlier child needs must not become
+// room to write into for a later one when the caller's buffer is smaller.
+TEST(FuzzFindings, LaterTextChildNeverWritesPastTheCallersBuffer) {
+  struct Case {
+    const char* document;
+    int type;
+    unsigned room;
+    bool cdata;
+  };
+  const Case cases[] = {
+      {"<r>1<!--c-->2</r>", TK_VALUE_NUMBER, 2, false},
+      {"<r>three<!--c-->one</r>", TK_VALUE_TEXT, 2, false},
+      {"<r>abcdef<!--c-->abcd</r>", TK_VALUE_BINARY, 1, false},
+      {"<r><![CDATA[three]]><!--c--><![CDATA[one]]></r>", TK_VALUE_TEXT, 3, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.document);
+    Instance tk;
+    ASSERT_EQ(tk->ImportFromStream(c.document, 1, nullptr), 0);
+    GuardedBuffer buffer(c.room);
+    unsigned size = c.room;
+    const int result =
+        c.cdata ? tk->GetElementCDATAValue(100, nullptr, c.type, &size, buffer.bytes)
+                : tk->GetElementValue(100, nullptr, c.type, &size, buffer.bytes);
+    EXPECT_EQ(result, -105);
+    EXPECT_GT(size, c.room);
+    EXPECT_TRUE(buffer.guardIntact());
+    // With the room asked for, the read goes through.
+    GuardedBuffer enough(size);
+    const unsigned asked = size;
+    const int second =
+        c.cdata ? tk->GetElementCDATAValue(100, nullptr, c.type, &size, enough.bytes)
+                : tk->GetElementValue(100, nullptr, c.type, &size, enough.bytes);
+    EXPECT_EQ(second, 0);
+    EXPECT_LE(size, asked);
+    EXPECT_TRUE(enough.guardIntact());
+  }
+}
+
+// Within the caller's room the reading protocol stays as it is: the first
+// child's stored size is the capacity the second is judged by.
+TEST(FuzzFindings, ProtocolWithinTheCallersRoomIsUnchanged) {
+  Instance tk;
+  ASSERT_EQ(tk->ImportFromStream("<r>one<!--c-->three</r>", 1, nullptr), 0);
+  GuardedBuffer buffer(64);
+  unsigned size = 64;
+  EXPECT_EQ(tk->GetElementValue(100, nullptr, TK_VALUE_TEXT, &size, buffer.bytes), -105);
+  EXPECT_EQ(size, 6u);
+  EXPECT_STREQ(buffer.bytes, "one");
+  EXPECT_TRUE(buffer.guardIntact());
+}
+
+}  // namespace
+}  // namespace tk::test
