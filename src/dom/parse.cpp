@@ -74,9 +74,26 @@ class CollectScope {
   ParseError* m_saved;
 };
 
+// UTF-16 by its mark or by the pattern of a leading "<" or "<?".
+bool LooksLikeUtf16(const char* data, size_t length) {
+  if (length < 2) return false;
+  const auto* p = reinterpret_cast<const unsigned char*>(data);
+  if ((p[0] == 0xFF && p[1] == 0xFE) || (p[0] == 0xFE && p[1] == 0xFF)) {
+    return !(length >= 4 && p[2] == 0 && p[3] == 0);  // UCS-4 little endian
+  }
+  return length >= 4 && ((p[0] == '<' && p[1] == 0 && p[2] != 0 && p[3] == 0) ||
+                         (p[0] == 0 && p[1] == '<' && p[2] == 0 && p[3] != 0));
+}
+
 ParseResult ParseBytes(const char* data, size_t length, const std::string& url) {
   ParseResult result;
   result.error.url = url;
+  if (length % 2 != 0 && LooksLikeUtf16(data, length)) {
+    // The engine would drop the odd byte at the end without a word.
+    result.error.errorCode = ErrorCode(XML_ERR_INVALID_ENCODING);
+    result.error.reason = "Input ends inside a UTF-16 character\n";
+    return result;
+  }
   std::string fixed;
   if (NeedsSurrogateFix(data, length)) {
     fixed = JoinSurrogatePairs(data, length);

@@ -114,6 +114,10 @@ TEST(DomLoad, EncodingsFromMarkAndDeclaration) {
   Document doc = NewDocument();
   ASSERT_EQ(doc.load(dir.path("u16.xml").c_str()), kOk);
   EXPECT_EQ(Xml(Root(doc)), "<r>\xC3\xA9</r>");
+  // A byte left over at the end is no character.
+  WriteFile(dir.path("u16.xml"), utf16 + "\n");
+  EXPECT_LT(doc.load(dir.path("u16.xml").c_str()), 0);
+  EXPECT_EQ(Xml(Root(doc)), "<r>\xC3\xA9</r>");
 }
 
 TEST(DomLoad, SurrogatePairsInUtf8InputBecomeOneCharacter) {
