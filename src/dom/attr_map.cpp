@@ -50,6 +50,15 @@ int SetDeclaration(xmlNodePtr element, std::string_view prefix, const std::strin
   std::string prefixText(prefix);
   xmlNsPtr ns = xmlNewNs(element, X(href.c_str()), prefix.empty() ? nullptr : X(prefixText.c_str()));
   if (ns == nullptr) throw std::bad_alloc();
+  if (ns->href == nullptr || (!prefix.empty() && ns->prefix == nullptr)) {
+    // The engine linked a declaration whose text it could not copy.
+    xmlNsPtr* link = &element->nsDef;
+    while (*link != ns) link = &(*link)->next;
+    *link = ns->next;
+    ns->next = nullptr;
+    xmlFreeNs(ns);
+    throw std::bad_alloc();
+  }
   BumpStamp();
   out = NodeAccess::Make(element, ns);
   return kOk;

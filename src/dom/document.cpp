@@ -9,9 +9,33 @@ namespace tk::dom {
 xmlDocPtr NewEmptyDocument() {
   xmlDocPtr doc = xmlNewDoc(X("1.0"));
   if (doc == nullptr) throw std::bad_alloc();
-  AdoptDocument(doc);
+  try {
+    AdoptDocument(doc);
+  } catch (...) {
+    xmlFreeDoc(doc);
+    throw;
+  }
   return doc;
 }
+
+namespace {
+
+// The engine's constructors give a node back even when the copy of its name
+// or text failed; such a node is freed here and the failure thrown.
+xmlNodePtr Checked(xmlNodePtr node, bool complete) {
+  if (node == nullptr) throw std::bad_alloc();
+  if (!complete) {
+    if (node->type == XML_ATTRIBUTE_NODE) {
+      xmlFreeProp(reinterpret_cast<xmlAttrPtr>(node));
+    } else {
+      xmlFreeNode(node);
+    }
+    throw std::bad_alloc();
+  }
+  return node;
+}
+
+}  // namespace
 
 void Document::Object::Replace(xmlDocPtr next) {
   HoldDocument(next);
@@ -79,9 +103,10 @@ int Document::createNode(int type, std::string_view name, Node& out) {
   if (m_object == nullptr) return kFail;
   if (type != kElement) return kInvalidArg;
   if (!IsQualifiedName(name)) return kInvalidArg;
-  xmlChar* copy = EngineString(name);
-  xmlNodePtr node = xmlNewDocNodeEatName(m_object->doc, nullptr, copy, nullptr);
-  if (node == nullptr) throw std::bad_alloc();
+  const std::string copy(name);
+  xmlNodePtr node = xmlNewNode(nullptr, X(copy.c_str()));
+  Checked(node, node == nullptr || node->name != nullptr);
+  node->doc = m_object->doc;
   out = NodeAccess::Make(node);
   return kOk;
 }
@@ -91,9 +116,9 @@ int Document::createAttribute(std::string_view name, Node& out) {
   if (m_object == nullptr) return kFail;
   if (!IsQualifiedName(name)) return kInvalidArg;
   std::string copy(name);
-  xmlAttrPtr attr = xmlNewDocProp(m_object->doc, X(copy.c_str()), nullptr);
-  if (attr == nullptr) throw std::bad_alloc();
-  out = NodeAccess::Make(reinterpret_cast<xmlNodePtr>(attr));
+  auto* attr = reinterpret_cast<xmlNodePtr>(xmlNewDocProp(m_object->doc, X(copy.c_str()), nullptr));
+  Checked(attr, attr == nullptr || attr->name != nullptr);
+  out = NodeAccess::Make(attr);
   return kOk;
 }
 
@@ -103,7 +128,7 @@ int Document::createTextNode(std::string_view utf8, Node& out) {
   if (!IsXmlText(utf8)) return kInvalidArg;
   xmlNodePtr node = xmlNewDocTextLen(m_object->doc, X(utf8.data() ? utf8.data() : ""),
                                      static_cast<int>(utf8.size()));
-  if (node == nullptr) throw std::bad_alloc();
+  Checked(node, node == nullptr || node->content != nullptr || utf8.empty());
   out = NodeAccess::Make(node);
   return kOk;
 }
@@ -114,7 +139,7 @@ int Document::createCDATASection(std::string_view utf8, Node& out) {
   if (!IsXmlText(utf8)) return kInvalidArg;
   xmlNodePtr node = xmlNewCDataBlock(m_object->doc, X(utf8.data() ? utf8.data() : ""),
                                      static_cast<int>(utf8.size()));
-  if (node == nullptr) throw std::bad_alloc();
+  Checked(node, node == nullptr || node->content != nullptr || utf8.empty());
   out = NodeAccess::Make(node);
   return kOk;
 }

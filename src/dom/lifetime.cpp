@@ -119,7 +119,6 @@ DocBlock* BlockOf(xmlDocPtr doc) {
 }
 
 void AdoptDocument(xmlDocPtr doc) {
-  BlockOf(doc);
   // Serialisation writes characters outside ASCII as they are (also in
   // attribute values) only when the document names an encoding.
   if (doc->encoding == nullptr || !xmlStrEqual(doc->encoding, X("UTF-8"))) {
@@ -128,6 +127,7 @@ void AdoptDocument(xmlDocPtr doc) {
     if (doc->encoding != nullptr) xmlFree(const_cast<xmlChar*>(doc->encoding));
     doc->encoding = utf8;
   }
+  BlockOf(doc);  // last: when it throws, there is no block to undo
 }
 
 void RefNode(xmlNodePtr node) {

@@ -101,7 +101,7 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
     length = fixed.size();
   }
   if (length > static_cast<size_t>(INT_MAX)) {
-    result.error.errorCode = ErrorCode(XML_ERR_NO_MEMORY);
+    result.error.errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
     result.error.reason = "The document is too large.\n";
     return result;
   }
@@ -144,7 +144,11 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
     result.error.errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
     result.error.reason = "The document could not be read.\n";
   }
-  if (error != nullptr && error->code == XML_ERR_NO_MEMORY) throw std::bad_alloc();
+  // Memory running out is a fault of the process, not of the document.
+  if (result.error.errorCode == ErrorCode(XML_ERR_NO_MEMORY) ||
+      (error != nullptr && error->code == XML_ERR_NO_MEMORY)) {
+    throw std::bad_alloc();
+  }
   return result;
 }
 

@@ -225,10 +225,10 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
   output->type = XML_DOCUMENT_NODE;  // an html output method still makes an XML tree
   output->_private = nullptr;
   ClearCounts(output);
+  std::unique_ptr<Object> object(new Object);
   AdoptDocument(output);
-  auto* object = new Object;
   object->Replace(owned.release());
-  NodeAccess::SetObject(result, object);
+  NodeAccess::SetObject(result, object.release());
   return kOk;
 }
 
