@@ -144,7 +144,7 @@ struct Step {
 
 // The workload: a document made, filled, read, written out, read back in and
 // transformed. Results are compared with a run without failures.
-std::vector<Step> Workload(const std::string& exportFile) {
+std::vector<Step> Workload(const std::string& exportFile, const std::string& sourceFile) {
   auto text = std::make_shared<std::string>();
   auto handle = std::make_shared<unsigned>(0);
   return {
@@ -264,6 +264,42 @@ std::vector<Step> Workload(const std::string& exportFile) {
          return tk->ExportSubTreeToStream(100, out);
        },
        {-1, -102}},
+      {"ImportFromFile",
+       [sourceFile](ITreeKeeper* tk) {
+         tk->CloseAllElements();
+         return tk->ImportFromFile(sourceFile.c_str());
+       },
+       {-1, -106}},
+      {"GetAttributeText",
+       [](ITreeKeeper* tk) {
+         outputstr out;
+         const int result = tk->GetAttributeText(100, "item", "name", out);
+         return result == 0 && std::string(out.text()) == "\xC3\xA9t\xC3\xA9" ? 0 : result - 1000;
+       },
+       {-1 - 1000}},
+      {"OpenElement typed",
+       [handle](ITreeKeeper* tk) {
+         unsigned type = 0;
+         return tk->OpenElement(100, 1, handle.get(), &type) == 0 && type == 1 ? 0 : -1;
+       },
+       {-1}},
+      {"read through a detached element",
+       [handle](ITreeKeeper* tk) {
+         if (tk->DeleteElement(100, "item") != 0) return -2;
+         unsigned size = 0;
+         return tk->GetElementValue(*handle, "v", TK_VALUE_TEXT, &size, nullptr) == -105 &&
+                        size == 4
+                    ? 0
+                    : -1;
+       },
+       {-1, -2}},
+      {"EnumElement positional",
+       [](ITreeKeeper* tk) {
+         unsigned index = 1, opened = 0;  // after the comment: the tail element
+         const int result = tk->EnumElement(100, nullptr, &index, &opened);
+         return result == 0 ? tk->CloseElement(opened) : result;
+       },
+       {-1, -107, -109}},
   };
 }
 
@@ -334,7 +370,10 @@ Outcome RunWorkload(ITreeKeeper* tk, const std::vector<Step>& steps, long failAt
 TEST(AllocationFailure, EveryFailurePointOfAMixedWorkloadEndsCleanly) {
   TempDir dir;
   const std::string exportFile = dir.path("out.xml");
-  const std::vector<Step> steps = Workload(exportFile);
+  const std::string sourceFile = dir.path("source.xml");
+  WriteFile(sourceFile, "<?xml version='1.0' encoding='ISO-8859-1'?>\n"
+                        "<doc><!--c--><item name='\xE9t\xE9'><v>abc</v></item><tail/></doc>");
+  const std::vector<Step> steps = Workload(exportFile, sourceFile);
 
   // A run without failures sets up the engine's process-wide state and gives
   // the normal results.
