@@ -104,4 +104,9 @@ xmlNodePtr FirstChildElement(xmlNodePtr parent, const char* name);
 // indentation, UTF-8.
 std::string SerializeElement(xmlNodePtr element);
 
+// The text with each 4-byte UTF-8 sequence (a character above U+FFFF)
+// rewritten as its two UTF-16 surrogates of 3 bytes each: the form in which
+// the library exports such characters.
+std::string SurrogateForm(const std::string& utf8);
+
 }  // namespace tkbench

@@ -55,8 +55,7 @@ constexpr int kConfigFanout = 20;  // children of every container
 // path kPathFixturePath ends at the last sibling on all three levels.
 std::string GeneratePathFixture(uint64_t seed);
 constexpr const char* kPathFixturePath = "grp19/grp19/opt19";
-// The same path with the root element's name in front (for libraries whose
-// path walk starts at the document).
+// The root element of the path fixture (and of every config document).
 constexpr const char* kPathFixtureRoot = "config";
 
 // The record element of the attribute shape, and its attribute names in

@@ -25,29 +25,6 @@ struct StringWriter : pugi::xml_writer {
   }
 };
 
-// libxml2's text with each character above U+FFFF as two 3-byte sequences
-// (its UTF-16 surrogates), the form the library exports such characters in.
-std::string SurrogateForm(const std::string& utf8) {
-  std::string out;
-  out.reserve(utf8.size());
-  for (size_t i = 0; i < utf8.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(utf8[i]);
-    if (byte < 0xF0 || i + 3 >= utf8.size()) {
-      out += utf8[i];
-      continue;
-    }
-    const uint32_t c = ((byte & 0x07u) << 18) | ((utf8[i + 1] & 0x3Fu) << 12) |
-                       ((utf8[i + 2] & 0x3Fu) << 6) | (utf8[i + 3] & 0x3Fu);
-    for (uint32_t unit : {0xD800u + ((c - 0x10000u) >> 10), 0xDC00u + ((c - 0x10000u) & 0x3FFu)}) {
-      out += static_cast<char>(0xE0 | (unit >> 12));
-      out += static_cast<char>(0x80 | ((unit >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (unit & 0x3F));
-    }
-    i += 3;
-  }
-  return out;
-}
-
 // Whether the library wrote what libxml2 writes for the same tree, behind
 // its fixed declaration. Shown as the benchmark's label.
 std::string CompareWithLibxml2(const std::string& tkText, const std::string& text) {

@@ -140,5 +140,33 @@ class JudgingTest(unittest.TestCase):
         self.assertIn("error", report.table(results))
 
 
+class RenderingTest(unittest.TestCase):
+    def test_table_cells_and_the_whole_report(self):
+        results = {
+            ("parse_memory", "config/1MB", "treekeeper"): dict(entry(2e6), mbps=500.0),
+            ("parse_memory", "config/1MB", "libxml2"): entry(1e6),
+            ("loop_by_name", "wide/n100k", "treekeeper"): entry(3e9, label="cut short after 10 s"),
+            ("path_read", "config/path3", "treekeeper"): entry(error="returned -102"),
+            ("path_read", "config/path3", "pugixml"): entry(150.0),
+        }
+        rows = report.table(results).splitlines()
+        parse = next(r for r in rows if r.startswith("| parse_memory"))
+        self.assertIn("2 ms, 500 MB/s", parse)
+        self.assertIn("**2.00×** (1 ms)", parse)
+        self.assertIn("cut short", next(r for r in rows if r.startswith("| loop_by_name")))
+        path = next(r for r in rows if r.startswith("| path_read"))
+        self.assertIn("error: returned -102", path)
+        self.assertIn("(150 ns)", path)
+        # Only peers that have a figure get a column; every row has them all.
+        self.assertNotIn("tinyxml2", rows[0])
+        self.assertEqual(len({r.count("|") for r in rows}), 1)
+
+        with tempfile.TemporaryDirectory() as directory:
+            text, misses = report.report(results, "short", directory, {})
+        self.assertEqual(misses, 2)
+        for heading in ("## Machine", "## Targets", "## All figures", "2 target checks missed"):
+            self.assertIn(heading, text)
+
+
 if __name__ == "__main__":
     unittest.main()
