@@ -126,6 +126,7 @@ int AttrMap::setNamedItem(const Node& attrNode, Node& out) {
   if (element == nullptr || node == nullptr) return fail(kInvalidArg);
   if (NodeAccess::Ns(pin) == nullptr && node->type != XML_ATTRIBUTE_NODE) return fail(kFail);
 
+  QuietEngine quiet;
   std::string name;
   pin.get_nodeName(name);
   std::string_view prefix;

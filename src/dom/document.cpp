@@ -86,6 +86,7 @@ void Document::reset() noexcept {
 int Document::Create(Document& out) {
   if (TakeCreateFailure()) return kFail;
   EnsureEngine();
+  QuietEngine quiet;
   auto* object = new Object;
   try {
     object->Replace(NewEmptyDocument());
@@ -103,6 +104,7 @@ int Document::createNode(int type, std::string_view name, Node& out) {
   if (m_object == nullptr) return kFail;
   if (type != kElement) return kInvalidArg;
   if (!IsQualifiedName(name)) return kInvalidArg;
+  QuietEngine quiet;
   const std::string copy(name);
   xmlNodePtr node = xmlNewNode(nullptr, X(copy.c_str()));
   Checked(node, node == nullptr || node->name != nullptr);
@@ -115,6 +117,7 @@ int Document::createAttribute(std::string_view name, Node& out) {
   out.reset();
   if (m_object == nullptr) return kFail;
   if (!IsQualifiedName(name)) return kInvalidArg;
+  QuietEngine quiet;
   std::string copy(name);
   auto* attr = reinterpret_cast<xmlNodePtr>(xmlNewDocProp(m_object->doc, X(copy.c_str()), nullptr));
   Checked(attr, attr == nullptr || attr->name != nullptr);
@@ -126,6 +129,7 @@ int Document::createTextNode(std::string_view utf8, Node& out) {
   out.reset();
   if (m_object == nullptr) return kFail;
   if (!IsXmlText(utf8)) return kInvalidArg;
+  QuietEngine quiet;
   xmlNodePtr node = xmlNewDocTextLen(m_object->doc, X(utf8.data() ? utf8.data() : ""),
                                      static_cast<int>(utf8.size()));
   Checked(node, node == nullptr || node->content != nullptr || utf8.empty());
@@ -137,6 +141,7 @@ int Document::createCDATASection(std::string_view utf8, Node& out) {
   out.reset();
   if (m_object == nullptr) return kFail;
   if (!IsXmlText(utf8)) return kInvalidArg;
+  QuietEngine quiet;
   xmlNodePtr node = xmlNewCDataBlock(m_object->doc, X(utf8.data() ? utf8.data() : ""),
                                      static_cast<int>(utf8.size()));
   Checked(node, node == nullptr || node->content != nullptr || utf8.empty());

@@ -39,6 +39,8 @@ xmlParserInputPtr GuardedLoader(const char* url, const char* id, xmlParserCtxtPt
 }
 
 void SilentXsltError(void*, const char*, ...) {}
+void SilentGenericError(void*, const char*, ...) {}
+void SilentStructuredError(void*, xmlErrorPtr) {}
 
 void SetUpEngine() {
   xmlInitParser();
@@ -65,6 +67,20 @@ void EnsureEngine() { std::call_once(g_engineOnce, SetUpEngine); }
 int ParseOptions() {
   return XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING |
          XML_PARSE_NOBLANKS | XML_PARSE_BIG_LINES;
+}
+
+QuietEngine::QuietEngine()
+    : m_generic(xmlGenericError),
+      m_genericContext(xmlGenericErrorContext),
+      m_structured(xmlStructuredError),
+      m_structuredContext(xmlStructuredErrorContext) {
+  xmlSetGenericErrorFunc(nullptr, SilentGenericError);
+  xmlSetStructuredErrorFunc(nullptr, SilentStructuredError);
+}
+
+QuietEngine::~QuietEngine() {
+  xmlSetStructuredErrorFunc(m_structuredContext, m_structured);
+  xmlSetGenericErrorFunc(m_genericContext, m_generic);
 }
 
 ParseScope::ParseScope() { ++t_parsing; }

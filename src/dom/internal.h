@@ -2,6 +2,7 @@
 // includes this header (and through it the engine's headers).
 #pragma once
 
+#include <libxml/globals.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
@@ -27,6 +28,27 @@ class ParseScope {
   ~ParseScope();
   ParseScope(const ParseScope&) = delete;
   ParseScope& operator=(const ParseScope&) = delete;
+};
+// Keeps the engine from reporting on this thread while it lives. Parse and
+// transformation errors have per-context hooks, but the engine writes a few
+// reports past them: memory running out while nodes, buffers or contexts are
+// made, and some faults of XPath evaluation (an unknown function, for one)
+// go straight to the calling thread's generic or structured error handler.
+// For the length of one of our calls those two handlers are made silent on
+// this thread only and then given back as they were; no other thread and no
+// other caller ever sees the change.
+class QuietEngine {
+ public:
+  QuietEngine();
+  ~QuietEngine();
+  QuietEngine(const QuietEngine&) = delete;
+  QuietEngine& operator=(const QuietEngine&) = delete;
+
+ private:
+  xmlGenericErrorFunc m_generic;
+  void* m_genericContext;
+  xmlStructuredErrorFunc m_structured;
+  void* m_structuredContext;
 };
 // The value our parser contexts carry in their _private field.
 void* ParserMark();

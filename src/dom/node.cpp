@@ -247,6 +247,7 @@ bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns) {
 int Node::put_nodeValue(std::string_view utf8) {
   if (m_node == nullptr) return kInvalidArg;
   if (!IsXmlText(utf8) || utf8.find('\0') != std::string_view::npos) return kInvalidArg;
+  QuietEngine quiet;
   if (m_ns != nullptr) {
     if (utf8.empty() && m_ns->prefix != nullptr) return kInvalidArg;
     if (NamespaceInUse(m_node, m_ns)) return kFail;  // would move named nodes to another namespace

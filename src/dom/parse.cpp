@@ -199,6 +199,7 @@ int Document::loadBytes(const char* data, size_t length) {
   if (m_object == nullptr) return kFail;
   if (data == nullptr && length != 0) return kInvalidArg;
   EnsureEngine();
+  QuietEngine quiet;
   return Finish(m_object, ParseBytes(data, length, std::string()));
 }
 
@@ -206,6 +207,7 @@ int Document::load(const char* path) {
   if (m_object == nullptr) return kFail;
   if (path == nullptr || *path == '\0') return kInvalidArg;
   EnsureEngine();
+  QuietEngine quiet;
   std::string bytes;
   if (!ReadFile(path, bytes)) {
     const int err = errno;

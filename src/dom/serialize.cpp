@@ -194,6 +194,7 @@ int Node::get_xml(std::string& out) const {
     out += '"';
     return kOk;
   }
+  QuietEngine quiet;
   Output buffer(xmlAllocOutputBuffer(nullptr));
   if (!buffer) throw std::bad_alloc();
   if (m_node->type == XML_DOCUMENT_NODE || m_node->type == XML_HTML_DOCUMENT_NODE) {

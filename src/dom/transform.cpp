@@ -23,24 +23,6 @@ const xmlChar kXsltNamespace[] = "http://www.w3.org/1999/XSL/Transform";
 void SilentTransformError(void*, const char*, ...) {}
 void SilentXPathError(void*, xmlErrorPtr) {}
 
-// A few faults met while expressions are evaluated (an unknown function, for
-// one) are written by the XPath engine straight to the calling thread's
-// generic error handler, past every per-context hook. For the length of a
-// compile or a run that handler is made silent on this thread only, and
-// then given back as it was; other threads and other callers never see it.
-class QuietThread {
- public:
-  QuietThread() : m_func(xmlGenericError), m_context(xmlGenericErrorContext) {
-    xmlSetGenericErrorFunc(nullptr, SilentTransformError);
-  }
-  ~QuietThread() { xmlSetGenericErrorFunc(m_context, m_func); }
-  QuietThread(const QuietThread&) = delete;
-  QuietThread& operator=(const QuietThread&) = delete;
-
- private:
-  xmlGenericErrorFunc m_func;
-  void* m_context;
-};
 
 // Calls visit on every node below top, depth first.
 template <typename Visit>
@@ -184,7 +166,7 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
     return kInvalidArg;  // an attribute can't stand as the child of a root
   }
   EnsureEngine();
-  QuietThread quiet;
+  QuietEngine quiet;
   auto style = Compile(stylesheet.m_object->doc);
   if (!style) return kFail;
 

@@ -65,6 +65,7 @@ int Node::appendChild(const Node& child, Node& inTree) {
       if (up == node) return fail(kFail);
     }
   }
+  QuietEngine quiet;
   xmlDocPtr targetDoc = IsDocumentNode(parent) ? reinterpret_cast<xmlDocPtr>(parent) : parent->doc;
   xmlNodePtr oldTop = node->parent != nullptr ? TopOf(node) : nullptr;
   DocBlock* from = BlockOf(node->doc);
@@ -100,6 +101,7 @@ int Node::removeChild(const Node& child, Node& removed) {
   if (m_ns != nullptr || child.m_ns != nullptr) return fail(kInvalidArg);
   xmlNodePtr node = child.m_node;
   if (node->type == XML_ATTRIBUTE_NODE || node->parent != m_node) return fail(kInvalidArg);
+  QuietEngine quiet;
   // Namespace references inside the branch are made to stand on their own.
   if (xmlDOMWrapRemoveNode(nullptr, node->doc, node, 0) != 0) return fail(kFail);
   if (node->parent != nullptr) xmlUnlinkNode(node);

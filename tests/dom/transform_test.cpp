@@ -1,5 +1,6 @@
 // Transformations: where they start, what they make, and the sandbox.
 #include <gtest/gtest.h>
+#include <libxml/globals.h>
 
 #include <string>
 
@@ -85,6 +86,23 @@ TEST(DomTransform, ResultWithoutElementAndFailures) {
   Node attr;
   ASSERT_EQ(doc.createAttribute("a", attr), kOk);
   EXPECT_LT(Document::transformNodeToObject(attr, Parse(kRootName), result), 0);
+}
+
+// A handler of the calling thread is neither called nor lost.
+int g_reports = 0;
+void CountReport(void*, xmlErrorPtr) { ++g_reports; }
+
+TEST(DomTransform, ThreadErrorHandlerIsLeftAlone) {
+  xmlSetStructuredErrorFunc(nullptr, CountReport);
+  Document doc = Parse("<r/>");
+  Document result;
+  EXPECT_LT(Transform(Root(doc), Sheet("<xsl:template match='/'><xsl:value-of "
+                                       "select='nosuch()'/></xsl:template>"), result),
+            0);
+  EXPECT_LT(doc.loadBytes("<a>", 3), 0);
+  EXPECT_EQ(g_reports, 0);
+  EXPECT_EQ(xmlStructuredError, &CountReport);
+  xmlSetStructuredErrorFunc(nullptr, nullptr);
 }
 
 TEST(DomTransformSafety, StylesheetCanNeitherReadNorWriteFiles) {
