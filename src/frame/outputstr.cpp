@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -16,7 +15,7 @@ outputstr::outputstr(const char* text) : outputstr() {
 outputstr::outputstr(const outputstr& other) : outputstr() { append(other.m_text); }
 
 outputstr::~outputstr() {
-  if (m_text != m_inline) std::free(m_text);
+  if (m_text != m_inline) delete[] m_text;
 }
 
 outputstr& outputstr::append(const char* text) {
@@ -24,12 +23,12 @@ outputstr& outputstr::append(const char* text) {
   const uint64_t n = std::strlen(text);
   const uint64_t need = m_length + n + 1;
   if (need > m_capacity) {
-    // The multiple of 256 strictly above the need.
+    // The multiple of 256 strictly above the need. A heap that refuses the
+    // block raises std::bad_alloc and leaves the text as it was.
     const uint64_t capacity = (need / 256 + 1) * 256;
-    char* block = static_cast<char*>(std::malloc(capacity));
-    if (block == nullptr) throw std::bad_alloc();
+    char* block = new char[capacity];
     std::memcpy(block, m_text, m_length);
-    if (m_text != m_inline) std::free(m_text);
+    if (m_text != m_inline) delete[] m_text;
     m_text = block;
     m_capacity = capacity;
   }
@@ -39,7 +38,7 @@ outputstr& outputstr::append(const char* text) {
 }
 
 void outputstr::clear() {
-  if (m_text != m_inline) std::free(m_text);
+  if (m_text != m_inline) delete[] m_text;
   m_capacity = sizeof m_inline;
   m_length = 0;
   m_inline[0] = '\0';
