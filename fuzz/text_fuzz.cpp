@@ -187,6 +187,16 @@ void ThroughInterface(const std::string& text) {
     outputstr value;
     if (tk->GetAttributeText(100, nullptr, "a", value) != 0) Fail("attribute not readable");
     if (storable && dom != value.text()) Fail("attribute text did not come back", dom);
+    // The sized read gives the same text by the two-call protocol.
+    unsigned size = 0;
+    if (tk->GetAttributeValue(100, nullptr, "a", TK_VALUE_TEXT, &size, nullptr) != -105) {
+      Fail("attribute size not given");
+    }
+    std::unique_ptr<char[]> buffer(new char[size]);
+    if (tk->GetAttributeValue(100, nullptr, "a", TK_VALUE_TEXT, &size, buffer.get()) != 0 ||
+        std::string(buffer.get()) != value.text()) {
+      Fail("sized attribute read differs", value.text());
+    }
   }
   // The same bytes as an attribute name and an element name: any answer, no fault.
   tk->setAttributeValue(100, nullptr, text.c_str(), TK_VALUE_TEXT, 0, "x");
