@@ -58,6 +58,8 @@ int CTreeKeeper::GetElementValue(unsigned handle, const char* path, int type, un
 }
 
 int CTreeKeeper::OpenElement(unsigned handle, unsigned index, unsigned* outHandle) {
+  // Nowhere to put the handle: open nothing the client could never close.
+  if (outHandle == nullptr) return -102;
   const unsigned opened = static_cast<ITreeKeeper*>(this)->OpenElement(handle, index);
   *outHandle = opened;
   return opened != 0 ? 0 : -102;
