@@ -31,6 +31,10 @@ namespace {
 // Allocations still to go before the one that fails; 0 while not counting.
 thread_local long t_left = 0;
 thread_local bool t_fired = false;
+// In the exhausted mode every allocation after the first failed one fails
+// too, until the caller disarms.
+thread_local bool t_sticky = false;
+thread_local bool t_exhausted = false;
 // The countdown reached its allocation, whether that one failed or was spared.
 thread_local bool t_reached = false;
 thread_local long t_spared = 0;
@@ -38,11 +42,25 @@ thread_local long t_spared = 0;
 // TK_ALLOC_TRACE=1 prints the stack of every allocation made to fail.
 const bool g_trace = std::getenv("TK_ALLOC_TRACE") != nullptr;
 
+void Arm(long failAt) {
+  t_fired = false;
+  t_reached = false;
+  t_exhausted = false;
+  t_left = failAt;
+}
+
+void Disarm() {
+  t_left = 0;
+  t_exhausted = false;
+}
+
 bool FailThisOne() {
+  if (t_exhausted) return true;
   if (t_left <= 0) return false;
   if (--t_left != 0) return false;
   t_reached = true;
   t_fired = true;
+  t_exhausted = t_sticky;
   if (g_trace) {
     void* frames[32];
     const int depth = backtrace(frames, 32);
@@ -78,10 +96,15 @@ bool InsideTransformation() {
 }
 
 bool FailEngineAllocation() {
+  const bool already = t_exhausted;
   if (!FailThisOne()) return false;
   if (!InsideTransformation()) return true;
-  t_fired = false;
-  ++t_spared;
+  if (!already) {
+    // The chosen point itself is spared: no failure in this run.
+    t_fired = false;
+    t_exhausted = false;
+    ++t_spared;
+  }
   return false;
 }
 
@@ -329,23 +352,21 @@ struct Outcome {
 Outcome RunWorkload(ITreeKeeper* tk, const std::vector<Step>& steps, long failAt,
                     const std::vector<int>& expected, std::vector<int>* record) {
   Outcome outcome;
-  t_fired = false;
-  t_reached = false;
-  t_left = failAt;
+  Arm(failAt);
   for (outcome.step = 0; outcome.step < steps.size(); ++outcome.step) {
     const Step& step = steps[outcome.step];
     int result = 0;
     try {
       result = step.call(tk);
     } catch (const std::bad_alloc&) {
-      t_left = 0;
+      Disarm();
       outcome.fired = true;
       outcome.threw = true;
       return outcome;
     }
     if (record != nullptr) record->push_back(result);
     if (!expected.empty() && result != expected[outcome.step]) {
-      t_left = 0;
+      Disarm();
       outcome.fired = t_fired;
       // Anything but the normal result must be a failure code of the operation.
       bool listed = false;
@@ -357,17 +378,21 @@ Outcome RunWorkload(ITreeKeeper* tk, const std::vector<Step>& steps, long failAt
     }
     if (t_fired) {
       // The failure was absorbed and the call still gave its normal result.
-      t_left = 0;
+      Disarm();
       outcome.fired = true;
       return outcome;
     }
   }
-  t_left = 0;
+  Disarm();
   outcome.fired = t_fired;
   return outcome;
 }
 
-TEST(AllocationFailure, EveryFailurePointOfAMixedWorkloadEndsCleanly) {
+// Runs the workload once for every allocation it makes, failing that one
+// (and, when sticky, every one after it).
+void EveryFailurePoint(bool sticky) {
+  t_sticky = sticky;
+  t_spared = 0;
   TempDir dir;
   const std::string exportFile = dir.path("out.xml");
   const std::string sourceFile = dir.path("source.xml");
@@ -396,20 +421,18 @@ TEST(AllocationFailure, EveryFailurePointOfAMixedWorkloadEndsCleanly) {
     WriteFile(exportFile, kOldFile);
     // The instance itself is made under the same countdown.
     ITreeKeeper* tk = nullptr;
-    t_fired = false;
-    t_reached = false;
-    t_left = failAt;
+    Arm(failAt);
     try {
       tk = TkCreateTreeKeeper(nullptr);
     } catch (const std::bad_alloc&) {
-      t_left = 0;
+      Disarm();
       ++injected;
       ++thrown;
       continue;
     }
     const bool firedInCreate = t_fired;
     const long left = t_left;
-    t_left = 0;
+    Disarm();
     ASSERT_NE(tk, nullptr) << "creation gave null at allocation " << failAt;
     Outcome outcome;
     if (firedInCreate) {
@@ -436,13 +459,22 @@ TEST(AllocationFailure, EveryFailurePointOfAMixedWorkloadEndsCleanly) {
     EXPECT_TRUE(file == kOldFile || file == exported) << where;
     ExpectUsable(tk, where);
     TkDeleteTreeKeeper(tk);
-    if (HasFatalFailure()) return;
+    if (::testing::Test::HasFatalFailure()) return;
   }
   std::printf(
-      "allocation failures injected: %ld (bad_alloc %ld, failure code %ld, absorbed %ld); "
+      "%s: allocation failures injected: %ld (bad_alloc %ld, failure code %ld, absorbed %ld); "
       "%ld points inside the XSLT processor spared\n",
-      injected, thrown, coded, absorbed, t_spared);
+      sticky ? "exhausted heap" : "single failure", injected, thrown, coded, absorbed, t_spared);
   EXPECT_GT(injected, 100);
+  t_sticky = false;
+}
+
+TEST(AllocationFailure, EverySingleFailurePointOfAMixedWorkloadEndsCleanly) {
+  EveryFailurePoint(false);
+}
+
+TEST(AllocationFailure, EveryPointFromWhichTheHeapStaysExhaustedEndsCleanly) {
+  EveryFailurePoint(true);
 }
 
 }  // namespace
