@@ -15,6 +15,15 @@ inline int LoadText(ITreeKeeper* tk, const std::string& xml) {
   return tk->ImportFromStream(xml.c_str(), 1, nullptr);
 }
 
+// Drops the instance's document and handles, then loads xml in its place.
+inline int ReloadText(ITreeKeeper* tk, const std::string& xml) {
+  tk->CloseAllElements();
+  return LoadText(tk, xml);
+}
+
+// "<result N>" for a call that failed, for tables that mix texts and results.
+inline std::string ResultText(int result) { return "<result " + std::to_string(result) + ">"; }
+
 // The whole document as exported, without the declaration; "<error N>" when
 // the export fails.
 inline std::string DocumentText(ITreeKeeper* tk) {
