@@ -59,6 +59,88 @@ bool ReadsOtherStylesheets(xmlDocPtr doc) {
   return found;
 }
 
+// The engine's tree copy leaves out, without a word, a node, attribute,
+// declaration, name or text whose allocation failed, and gives back what it
+// has. Two trees match when a walk of each in step meets the same kinds of
+// node, each with a name and a text where the other has one, the same
+// declarations and the same attributes.
+bool SameText(const xmlChar* a, const xmlChar* b) { return (a == nullptr) == (b == nullptr); }
+
+// extraAllowed: the copy of a lone subtree may declare on its top element a
+// namespace that the original took from above.
+bool SameDeclarations(xmlNsPtr a, xmlNsPtr b, bool extraAllowed = false) {
+  for (; a != nullptr && b != nullptr; a = a->next, b = b->next) {
+    if (!SameText(a->href, b->href) || !SameText(a->prefix, b->prefix)) return false;
+  }
+  return a == nullptr && (b == nullptr || extraAllowed);
+}
+
+bool SameNode(const xmlNode* a, const xmlNode* b, bool top) {
+  if (a->type != b->type || !SameText(a->name, b->name) ||
+      (a->ns == nullptr) != (b->ns == nullptr)) {
+    return false;
+  }
+  if (a->type == XML_ATTRIBUTE_NODE) {
+    // The value: a short list of text (or entity reference) children.
+    const xmlNode* x = a->children;
+    const xmlNode* y = b->children;
+    for (; x != nullptr && y != nullptr; x = x->next, y = y->next) {
+      if (x->type != y->type || !SameText(x->content, y->content)) return false;
+    }
+    return x == nullptr && y == nullptr;
+  }
+  if (a->type != XML_ELEMENT_NODE) return SameText(a->content, b->content);
+  if (!SameDeclarations(a->nsDef, b->nsDef, top)) return false;
+  const xmlAttr* x = a->properties;
+  const xmlAttr* y = b->properties;
+  for (; x != nullptr && y != nullptr; x = x->next, y = y->next) {
+    if (!SameNode(reinterpret_cast<const xmlNode*>(x), reinterpret_cast<const xmlNode*>(y),
+                  false)) {
+      return false;
+    }
+  }
+  return x == nullptr && y == nullptr;
+}
+
+// Walks both subtrees in step, without recursion (trees may be very deep).
+bool SameTree(const xmlNode* a, const xmlNode* b) {
+  const xmlNode* const topA = a;
+  while (true) {
+    if (!SameNode(a, b, a == topA)) return false;
+    if (HasChildList(a) && (a->children != nullptr || b->children != nullptr)) {
+      if (a->children == nullptr || b->children == nullptr) return false;
+      a = a->children;
+      b = b->children;
+      continue;
+    }
+    while (a != topA && a->next == nullptr) {
+      if (b->next != nullptr) return false;
+      a = a->parent;
+      b = b->parent;
+    }
+    if (a == topA) return true;
+    if (b->next == nullptr) return false;
+    a = a->next;
+    b = b->next;
+  }
+}
+
+// Throws std::bad_alloc unless copy is a whole copy of source.
+void ExpectWholeCopy(const xmlNode* source, const xmlNode* copy) {
+  if (copy == nullptr || !SameTree(source, copy)) throw std::bad_alloc();
+}
+
+void ExpectWholeCopy(const xmlDoc* source, const xmlDoc* copy) {
+  if (copy == nullptr || !SameText(source->version, copy->version) ||
+      !SameText(source->encoding, copy->encoding) || !SameText(source->URL, copy->URL) ||
+      (source->intSubset == nullptr) != (copy->intSubset == nullptr) ||
+      !SameDeclarations(source->oldNs, copy->oldNs)) {
+    throw std::bad_alloc();
+  }
+  ExpectWholeCopy(reinterpret_cast<const xmlNode*>(source),
+                  reinterpret_cast<const xmlNode*>(copy));
+}
+
 // The engine may copy nodes together with their _private field, which here
 // holds reference counts: a tree new to us starts with none.
 void ClearCounts(xmlDocPtr doc) {
@@ -88,6 +170,7 @@ std::unique_ptr<xsltStylesheet, StylesheetCloser> Compile(xmlDocPtr source) {
   DocOwner copy(xmlCopyDoc(source, 1));
   if (!copy) throw std::bad_alloc();
   copy->_private = nullptr;
+  ExpectWholeCopy(source, copy.get());
   ClearCounts(copy.get());
   std::unique_ptr<xsltStylesheet, StylesheetCloser> style(xsltNewStylesheet());
   if (!style) throw std::bad_alloc();
@@ -180,17 +263,20 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
     // Stripping white space edits the tree it runs on, so it runs on a copy.
     DocOwner copy;
     if (isDocument || isDocumentElement) {
-      copy.reset(xmlCopyDoc(isDocument ? reinterpret_cast<xmlDocPtr>(node) : node->doc, 1));
+      xmlDocPtr original = isDocument ? reinterpret_cast<xmlDocPtr>(node) : node->doc;
+      copy.reset(xmlCopyDoc(original, 1));
+      if (!copy) throw std::bad_alloc();
+      copy->_private = nullptr;
+      ExpectWholeCopy(original, copy.get());
     } else {
       copy.reset(xmlNewDoc(X("1.0")));
-      if (copy) {
-        xmlNodePtr twin = xmlDocCopyNode(node, copy.get(), 1);
-        if (twin == nullptr) throw std::bad_alloc();
-        xmlAddChild(reinterpret_cast<xmlNodePtr>(copy.get()), twin);
-      }
+      if (!copy) throw std::bad_alloc();
+      copy->_private = nullptr;
+      xmlNodePtr twin = xmlDocCopyNode(node, copy.get(), 1);
+      if (twin == nullptr) throw std::bad_alloc();
+      xmlAddChild(reinterpret_cast<xmlNodePtr>(copy.get()), twin);
+      ExpectWholeCopy(node, twin);
     }
-    if (!copy) throw std::bad_alloc();
-    copy->_private = nullptr;
     output = Run(style.get(), copy.get());
   } else if (isDocument) {
     output = Run(style.get(), reinterpret_cast<xmlDocPtr>(node));
