@@ -2,7 +2,9 @@
 
 #include <string>
 
+#include "support/recording_text.h"
 #include "support/test_support.h"
+#include "support/xml_text.h"
 
 namespace tk {
 namespace {
@@ -13,9 +15,7 @@ using test::TempDir;
 
 const std::string kDecl = test::kDeclaration;
 
-void Load(Instance& tk, const std::string& xml) {
-  ASSERT_EQ(tk->ImportFromStream(xml.c_str(), static_cast<int>(xml.size()), nullptr), 0);
-}
+void Load(Instance& tk, const std::string& xml) { ASSERT_EQ(test::LoadText(tk.tk, xml), 0); }
 
 // What the file must hold: every LF as CR LF, then CR CR LF.
 std::string FileForm(const std::string& text) {
@@ -27,50 +27,31 @@ std::string FileForm(const std::string& text) {
   return bytes + "\r\r\n";
 }
 
-// A client's own outputstr: it sees every clear() and append().
-class RecordingText : public outputstr {
- public:
-  outputstr& append(const char* text) override {
-    recorded += text;
-    return outputstr::append(text);
-  }
-  void clear() override {
-    recorded.clear();
-    outputstr::clear();
-  }
-  std::string recorded;
-};
-
 TEST(ExportToStream, TextForm) {
   Instance tk;
   Load(tk, "<?xml version=\"1.0\"?><!--x--><cfg a=\"1\"><v>\xC3\xA9\n\xF0\x9F\x98\x80</v></cfg>");
-  RecordingText out;
-  out.append("stale");
+  test::RecordingText out("stale");
   // Only the element is written, behind the library's own declaration; a
   // character above U+FFFF becomes two 3-byte halves.
   const std::string expected =
       kDecl + "<cfg a=\"1\"><v>\xC3\xA9\n\xED\xA0\xBD\xED\xB8\x80</v></cfg>";
   for (int i = 0; i < 2; ++i) {
     ASSERT_EQ(tk->ExportToStream(out), 0);
-    EXPECT_EQ(out.recorded, expected);
+    EXPECT_EQ(out.written, expected);
     EXPECT_EQ(out.text(), expected);
+    EXPECT_EQ(out.count("clear"), i + 1);
   }
 }
 
 TEST(ExportSubTreeToStream, AnyLiveHandle) {
   Instance tk;
   Load(tk, "<cfg><a><b>t</b></a>loose</cfg>");
-  outputstr whole, out;
-  ASSERT_EQ(tk->ExportToStream(whole), 0);
-  ASSERT_EQ(tk->ExportSubTreeToStream(100, out), 0);
-  EXPECT_STREQ(out.text(), whole.text());
+  EXPECT_EQ(test::SubTreeText(tk.tk, 100), test::DocumentText(tk.tk));
   const unsigned a = tk->OpenElement("a");
-  ASSERT_EQ(tk->ExportSubTreeToStream(a, out), 0);
-  EXPECT_EQ(out.text(), kDecl + "<a><b>t</b></a>");
+  EXPECT_EQ(test::SubTreeText(tk.tk, a), "<a><b>t</b></a>");
   unsigned text = 0, nodeType = 0;
   ASSERT_EQ(tk->OpenElement(100, 1, &text, &nodeType), 0);
-  ASSERT_EQ(tk->ExportSubTreeToStream(text, out), 0);
-  EXPECT_EQ(out.text(), kDecl + "loose");
+  EXPECT_EQ(test::SubTreeText(tk.tk, text), "loose");
   EXPECT_EQ(tk->GetHandleCount(), 3u);
 
   MessageLog log;

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstring>
 #include <regex>
 #include <string>
 
@@ -11,6 +10,7 @@
 namespace {
 
 using tk::test::DocumentText;
+using tk::test::LoadText;
 using tk::test::Instance;
 using tk::test::MessageLog;
 using tk::test::ReadFile;
@@ -90,20 +90,14 @@ TEST(ImportFromFile, LoadsTheTree) {
   MessageLog log;
   testing::internal::CaptureStderr();
   ASSERT_EQ(tk->ImportFromFile(DataFile("import_sample.xml").c_str()), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(log.joined(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr() + log.joined(), "");
   EXPECT_EQ(tk->GetHandleCount(), 1u);
   EXPECT_EQ(tk->OpenElement(nullptr), 100u);
-  char value[8] = {};
-  unsigned size = sizeof value;
-  EXPECT_EQ(tk->GetElementValue(100, "net", TK_VALUE_TEXT, &size, value), 0);
-  EXPECT_STREQ(value, "up");
   const std::string text = DocumentText(tk.tk);
-  EXPECT_NE(text.find("name=\"caf\xC3\xA9\""), std::string::npos) << text;
-  EXPECT_NE(text.find("<blob><![CDATA[a<b&c]]></blob>"), std::string::npos) << text;
-  // The export writes a character above U+FFFF as its two surrogate forms.
-  EXPECT_NE(text.find("<smile>\xED\xA0\xBD\xED\xB8\x80</smile>"), std::string::npos) << text;
-
+  for (const char* part : {"name=\"caf\xC3\xA9\"", "<net host=\"example\" port=\"80\">up",
+                           "<blob><![CDATA[a<b&c]]></blob>"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << text;
+  }
   Instance wide;
   ASSERT_EQ(wide->ImportFromFile(DataFile("import_utf16.xml").c_str()), 0);
   EXPECT_EQ(DocumentText(wide.tk), "<cfg>\xC3\xA9\xE2\x82\xAC</cfg>");
@@ -177,7 +171,7 @@ TEST(ImportFromStream, Failures) {
   }
 }
 
-TEST(ImportFromStream, RefusesOpenHandlesBeforeLoading) {
+TEST(ImportFromStream, RefusesOpenHandlesAndFollowsTheDeclaration) {
   Instance tk;
   ASSERT_EQ(tk->CreateEmpty("made"), 0);
   MessageLog log;
@@ -185,12 +179,9 @@ TEST(ImportFromStream, RefusesOpenHandlesBeforeLoading) {
   EXPECT_EQ(log.joined(), "ImportFromStream:  incorrect usage\n");
   EXPECT_EQ(DocumentText(tk.tk), "<made/>");
   EXPECT_EQ(tk->GetHandleCount(), 1u);
-}
 
-TEST(ImportFromStream, DeclarationDecidesTheEncoding) {
-  Instance tk;
-  ASSERT_EQ(tk->ImportFromStream("<?xml version='1.0' encoding='ISO-8859-1'?>\n<e a='\xE9'>caf\xE9</e>",
-                                 1, nullptr),
+  tk->CloseAllElements();
+  ASSERT_EQ(LoadText(tk.tk, "<?xml version='1.0' encoding='ISO-8859-1'?>\n<e a='\xE9'>caf\xE9</e>"),
             0);
   EXPECT_EQ(DocumentText(tk.tk), "<e a=\"\xC3\xA9\">caf\xC3\xA9</e>");
 }
@@ -198,24 +189,20 @@ TEST(ImportFromStream, DeclarationDecidesTheEncoding) {
 // What the export writes reads back to the same document.
 TEST(ImportRoundTrip, ExportedTextAndFilesReadBack) {
   Instance tk;
-  ASSERT_EQ(tk->ImportFromStream(kRichText, 1, nullptr), 0);
-  outputstr first;
-  ASSERT_EQ(tk->ExportToStream(first), 0);
+  ASSERT_EQ(LoadText(tk.tk, kRichText), 0);
+  const std::string first = DocumentText(tk.tk);
   tk->CloseAllElements();
-  ASSERT_EQ(tk->ImportFromStream(first.text(), 1, nullptr), 0);
-  outputstr second;
-  ASSERT_EQ(tk->ExportToStream(second), 0);
-  EXPECT_EQ(std::string(second.text()), std::string(first.text()));
+  ASSERT_EQ(LoadText(tk.tk, tk::test::kDeclaration + first), 0);
+  EXPECT_EQ(DocumentText(tk.tk), first);
 
   TempDir dir;
-  const std::string one = dir.path("one.xml");
-  const std::string two = dir.path("two.xml");
+  const std::string one = dir.path("one.xml"), two = dir.path("two.xml");
   ASSERT_EQ(tk->ExportToFile(one.c_str()), 0);
   tk->CloseAllElements();
   ASSERT_EQ(tk->ImportFromFile(one.c_str()), 0);
   ASSERT_EQ(tk->ExportToFile(two.c_str()), 0);
   EXPECT_EQ(ReadFile(two), ReadFile(one));
-  EXPECT_EQ(DocumentText(tk.tk), std::string(first.text()).substr(std::strlen(tk::test::kDeclaration)));
+  EXPECT_EQ(DocumentText(tk.tk), first);
 }
 
 }  // namespace
