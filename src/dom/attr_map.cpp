@@ -166,6 +166,7 @@ int AttrMap::setNamedItem(const Node& attrNode, Node& out) {
     if (old->next != nullptr) old->next->prev = attr;
     old->parent = nullptr;
     old->prev = old->next = nullptr;
+    Unlinked(AsNode(old), element);
   } else {
     attr->next = nullptr;
     attr->prev = nullptr;
@@ -178,6 +179,7 @@ int AttrMap::setNamedItem(const Node& attrNode, Node& out) {
       attr->prev = last;
     }
   }
+  Linked(node);
   BumpStamp();
   out = pin;
   if (old != nullptr) FreeIfUnpinned(AsNode(old));
@@ -203,6 +205,7 @@ int AttrMap::removeNamedItem(std::string_view qname, Node& out) {
   for (xmlAttrPtr attr = element->properties; attr != nullptr; attr = attr->next) {
     if (!NameEquals(AsNode(attr), nullptr, qname)) continue;
     xmlUnlinkNode(AsNode(attr));
+    Unlinked(AsNode(attr), element);
     BumpStamp();
     out = NodeAccess::Make(AsNode(attr));
     return kOk;

@@ -94,12 +94,16 @@ void UnrefNode(xmlNodePtr node);
 void HoldDocument(xmlDocPtr doc);
 void ReleaseDocument(xmlDocPtr doc);
 
-// The topmost ancestor of a node (the node itself when it has no parent).
-xmlNodePtr TopOf(xmlNodePtr node);
 // True when the node hangs below a document node.
 bool InDocumentTree(xmlNodePtr node);
 // Frees a subtree that no document holds when no reference points into it.
 void FreeIfUnpinned(xmlNodePtr top);
+// Every structural change tells the bookkeeping: Linked after a node (or
+// attribute) got its new parent, Unlinked after it left oldParent (null when
+// it had none). Unlinked may free the tree it left when nothing pins that
+// any more; the moved node itself is never freed by either.
+void Linked(xmlNodePtr node);
+void Unlinked(xmlNodePtr node, xmlNodePtr oldParent);
 // Moves reference counts, weak cells and retired declarations of a subtree
 // from one document's block to another's (the subtree has been adopted).
 void TransferSubtree(xmlNodePtr top, DocBlock* from, DocBlock* to);

@@ -1,12 +1,17 @@
 // Reference counting of nodes and documents.
 //
-// Each node keeps the number of counted references to it in its _private
-// field; each document keeps a control block (DocBlock) in its own _private
+// Each node keeps in its _private field the number of counted references to
+// it and the number of its children (attributes included) whose subtree holds
+// a reference: its "pinned children". A node's subtree is pinned while either
+// is non-zero. Only a change between pinned and unpinned travels to the
+// parent, and it stops at the first ancestor whose own state stays as it was
+// and at the document node, so a release costs O(1) unless it unpins a whole
+// chain. Each document keeps a control block (DocBlock) in its own _private
 // field that sums the references to all nodes whose doc it is, plus the
 // Document objects holding it. A subtree that no document holds (removed,
-// or never inserted) is freed when the last reference into it goes; a
-// document is freed when neither a holder nor a reference remains, so the
-// names and dictionary a surviving node uses are never freed under it.
+// or never inserted) is freed when its top stops being pinned; a document is
+// freed when neither a holder nor a reference remains, so the names and
+// dictionary a surviving node uses are never freed under it.
 #include <new>
 
 #include "dom/internal.h"
@@ -14,10 +19,14 @@
 namespace tk::dom {
 namespace {
 
-uintptr_t CountOf(const xmlNode* node) { return reinterpret_cast<uintptr_t>(node->_private); }
-void SetCount(xmlNodePtr node, uintptr_t count) {
-  node->_private = reinterpret_cast<void*>(count);
-}
+// The low half of the word counts references, the high half pinned children.
+static_assert(sizeof(uintptr_t) >= 8, "the pin word packs two 32-bit counts");
+constexpr uintptr_t kOwnMask = 0xFFFFFFFFu;
+constexpr uintptr_t kChildUnit = uintptr_t{1} << 32;
+
+uintptr_t WordOf(const xmlNode* node) { return reinterpret_cast<uintptr_t>(node->_private); }
+void SetWord(xmlNodePtr node, uintptr_t word) { node->_private = reinterpret_cast<void*>(word); }
+uintptr_t CountOf(const xmlNode* node) { return WordOf(node) & kOwnMask; }
 bool IsDocument(const xmlNode* node) {
   return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
 }
@@ -106,6 +115,30 @@ void FreeSubtree(DocBlock* block, xmlNodePtr top) {
   }
 }
 
+// A child of parent became pinned: the change travels up while it changes
+// an ancestor's state.
+void ChildPinned(xmlNodePtr parent) {
+  for (xmlNodePtr node = parent; node != nullptr && !IsDocument(node); node = node->parent) {
+    const uintptr_t word = WordOf(node);
+    SetWord(node, word + kChildUnit);
+    if (word != 0) return;  // it was pinned already: nothing changes above
+  }
+}
+
+// A child of parent stopped being pinned; a top of no document that ends up
+// unpinned is freed with its subtree.
+void ChildUnpinned(xmlNodePtr parent) {
+  for (xmlNodePtr node = parent; node != nullptr && !IsDocument(node); node = node->parent) {
+    const uintptr_t word = WordOf(node) - kChildUnit;
+    SetWord(node, word);
+    if (word != 0) return;  // still pinned: nothing changes above
+    if (node->parent == nullptr) {
+      FreeSubtree(BlockOf(node->doc), node);
+      return;
+    }
+  }
+}
+
 }  // namespace
 
 DocBlock* BlockOf(xmlDocPtr doc) {
@@ -132,8 +165,11 @@ void AdoptDocument(xmlDocPtr doc) {
 
 void RefNode(xmlNodePtr node) {
   DocBlock* block = BlockOf(node->doc != nullptr ? node->doc : reinterpret_cast<xmlDocPtr>(node));
-  if (!IsDocument(node)) SetCount(node, CountOf(node) + 1);
   ++block->refs;
+  if (IsDocument(node)) return;
+  const uintptr_t word = WordOf(node);
+  SetWord(node, word + 1);
+  if (word == 0 && node->parent != nullptr) ChildPinned(node->parent);
 }
 
 void UnrefNode(xmlNodePtr node) {
@@ -144,10 +180,13 @@ void UnrefNode(xmlNodePtr node) {
     return;
   }
   DocBlock* block = BlockOf(node->doc);
-  const uintptr_t count = CountOf(node) - 1;
-  SetCount(node, count);
+  const uintptr_t word = WordOf(node) - 1;
+  SetWord(node, word);
   --block->refs;
-  if (count == 0) FreeIfUnpinned(TopOf(node));
+  if (word == 0) {
+    if (node->parent != nullptr) ChildUnpinned(node->parent);
+    else FreeSubtree(block, node);
+  }
   FreeDocumentIfUnused(block);
 }
 
@@ -159,23 +198,30 @@ void ReleaseDocument(xmlDocPtr doc) {
   FreeDocumentIfUnused(block);
 }
 
-xmlNodePtr TopOf(xmlNodePtr node) {
+bool InDocumentTree(xmlNodePtr node) {
   while (node->parent != nullptr) node = node->parent;
-  return node;
+  return IsDocument(node);
 }
 
-bool InDocumentTree(xmlNodePtr node) { return IsDocument(TopOf(node)); }
-
 void FreeIfUnpinned(xmlNodePtr top) {
-  if (IsDocument(top) || top->parent != nullptr) return;
-  if (AnyInSubtree(top, [](xmlNodePtr n) { return CountOf(n) != 0; })) return;
+  if (IsDocument(top) || top->parent != nullptr || WordOf(top) != 0) return;
   FreeSubtree(BlockOf(top->doc), top);
+}
+
+void Linked(xmlNodePtr node) {
+  if (node->parent != nullptr && !IsDocument(node) && WordOf(node) != 0) {
+    ChildPinned(node->parent);
+  }
+}
+
+void Unlinked(xmlNodePtr node, xmlNodePtr oldParent) {
+  if (oldParent != nullptr && !IsDocument(node) && WordOf(node) != 0) ChildUnpinned(oldParent);
 }
 
 void TransferSubtree(xmlNodePtr top, DocBlock* from, DocBlock* to) {
   if (from == to) return;
   AnyInSubtree(top, [&](xmlNodePtr n) {
-    const long count = static_cast<long>(CountOf(n));
+    const long count = static_cast<long>(CountOf(n));  // own references only
     from->refs -= count;
     to->refs += count;
     return false;

@@ -67,13 +67,14 @@ int Node::appendChild(const Node& child, Node& inTree) {
   }
   QuietEngine quiet;
   xmlDocPtr targetDoc = IsDocumentNode(parent) ? reinterpret_cast<xmlDocPtr>(parent) : parent->doc;
-  xmlNodePtr oldTop = node->parent != nullptr ? TopOf(node) : nullptr;
+  xmlNodePtr oldParent = node->parent;
   DocBlock* from = BlockOf(node->doc);
   DocBlock* to = BlockOf(targetDoc);
   if (from != to) {
     // Names, dictionary strings and namespace references move over.
     if (xmlDOMWrapAdoptNode(nullptr, node->doc, node, targetDoc,
                             IsDocumentNode(parent) ? nullptr : parent, 0) != 0) {
+      if (node->parent == nullptr) Unlinked(node, oldParent);
       return fail(kFail);
     }
     if (node->parent != nullptr) xmlUnlinkNode(node);
@@ -82,11 +83,12 @@ int Node::appendChild(const Node& child, Node& inTree) {
     xmlUnlinkNode(node);
   }
   LinkLast(parent, node);
+  Linked(node);
   if (node->type == XML_ELEMENT_NODE) xmlDOMWrapReconcileNamespaces(nullptr, node, 0);
   BumpStamp();
   Node pin(child);  // keeps the node while inTree takes it over
   inTree = pin;
-  if (oldTop != nullptr && TopOf(node) != oldTop) FreeIfUnpinned(oldTop);
+  Unlinked(node, oldParent);  // last: the tree it left may go now
   if (from != to) FreeDocumentIfUnused(from);
   return kOk;
 }
@@ -102,9 +104,14 @@ int Node::removeChild(const Node& child, Node& removed) {
   xmlNodePtr node = child.m_node;
   if (node->type == XML_ATTRIBUTE_NODE || node->parent != m_node) return fail(kInvalidArg);
   QuietEngine quiet;
+  xmlNodePtr oldParent = node->parent;
   // Namespace references inside the branch are made to stand on their own.
-  if (xmlDOMWrapRemoveNode(nullptr, node->doc, node, 0) != 0) return fail(kFail);
+  if (xmlDOMWrapRemoveNode(nullptr, node->doc, node, 0) != 0) {
+    if (node->parent == nullptr) Unlinked(node, oldParent);
+    return fail(kFail);
+  }
   if (node->parent != nullptr) xmlUnlinkNode(node);
+  Unlinked(node, oldParent);
   BumpStamp();
   removed = Node(child);
   return kOk;

@@ -180,21 +180,87 @@ TEST(DomLifetime, DocumentsOnSeparateThreads) {
   for (const std::string& result : results) EXPECT_EQ(result, "100<c/>");
 }
 
+TEST(DomLifetime, PinsFollowNodesAsTheyMove) {
+  Document doc = NewDocument();
+  Document other = NewDocument();
+  Node x = Element(other, "x");
+  WeakNode weakA, weakB, weakE;
+  Node c;
+  {
+    Node a = Element(doc, "a");
+    Node b = Append(a, Element(doc, "b"));
+    c = Append(b, Element(doc, "c"));
+    weakA.assign(a);
+    weakB.assign(b);
+  }
+  EXPECT_TRUE(weakA.lock());  // c pins b and a
+  {
+    Node b = weakB.lock();
+    Append(x, b);  // b takes c along into another document; a is left unheld
+    Append(x, b);  // moved again within the same parent
+  }
+  EXPECT_FALSE(weakA.lock());
+  doc.reset();
+  c.reset();
+  ASSERT_TRUE(weakB.lock());  // held by x's tree alone now
+  EXPECT_EQ(Xml(x), "<x><b><c/></b></x>");
+  {
+    Node b = weakB.lock(), removed;
+    ASSERT_EQ(x.removeChild(b, removed), kOk);
+  }
+  EXPECT_FALSE(weakB.lock());
+
+  // An attribute pins its element while it belongs to it, and only then.
+  Node attr, out;
+  {
+    Node e = Element(other, "e");
+    weakE.assign(e);
+    AttrMap map;
+    ASSERT_EQ(e.get_attributes(map), kOk);
+    ASSERT_EQ(other.createAttribute("n", attr), kOk);
+    ASSERT_EQ(map.setNamedItem(attr, out), kOk);
+  }
+  EXPECT_TRUE(weakE.lock());
+  {
+    Node e = weakE.lock();
+    AttrMap map;
+    ASSERT_EQ(e.get_attributes(map), kOk);
+    ASSERT_EQ(map.removeNamedItem("n", out), kOk);
+  }
+  EXPECT_FALSE(weakE.lock());
+  EXPECT_EQ(Xml(attr), "n=\"\"");
+}
+
+// Each level is made, appended and released in turn, the way a path is
+// built; releasing a reference must not walk up the levels above it.
 TEST(DomLifetime, VeryDeepBuiltTreeSerialisesAndGoes) {
+  constexpr int kDepth = 100000;
   Document doc = NewDocument();
   Node top = Element(doc, "d");
   WeakNode weak;
   {
     Node at = top;
-    for (int i = 0; i < 20000; ++i) at = Append(at, Element(doc, "d"));
+    for (int i = 0; i < kDepth; ++i) at = Append(at, Element(doc, "d"));
     weak.assign(at);
   }
   std::string xml = Xml(top);
-  EXPECT_EQ(xml.size(), 20000u * 7 + 4);  // <d>...<d/>...</d>
+  EXPECT_EQ(xml.size(), size_t{kDepth} * 7 + 4);  // <d>...<d/>...</d>
   Node other = Element(doc, "host");
   Append(other, top);  // moves the whole depth through namespace reconciliation
   top.reset();
+  EXPECT_TRUE(weak.lock());
   other.reset();
+  EXPECT_FALSE(weak.lock());
+
+  // The same below a document's element: the document holds the levels.
+  Document loaded = Parse("<r/>");
+  {
+    Node at = Root(loaded);
+    for (int i = 0; i < kDepth; ++i) at = Append(at, Element(loaded, "d"));
+    weak.assign(at);
+  }
+  EXPECT_TRUE(weak.lock());
+  loaded.reset();
   EXPECT_FALSE(weak.lock());
 }
 
