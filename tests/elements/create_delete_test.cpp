@@ -10,18 +10,18 @@ namespace {
 using tk::test::DocumentText;
 using tk::test::Instance;
 using tk::test::LoadText;
+using tk::test::ReloadText;
 using tk::test::MessageLog;
 using tk::test::SubTreeText;
 
 TEST(CreateElement, Shapes) {
   const std::string longest(63, 'n');
-  const char* longestName = longest.c_str();
-  struct Case {
+  const struct {
     const char* before;
     const char* path;
     const char* after;
     const char* made;  // the new handle's element
-  } const cases[] = {
+  } cases[] = {
       {"<r/>", "a/b", "<r><a><b/></a></r>", "<b/>"},
       {"<r/>", "a", "<r><a/></r>", "<a/>"},
       {"<r/>", "a/", "<r><a/></r>", "<a/>"},
@@ -34,30 +34,28 @@ TEST(CreateElement, Shapes) {
       {"<r><?a x?></r>", "a/c", "<r><?a x?><a><c/></a></r>", "<c/>"},
       {"<r><a>t</a></r>", "a/b/c", "<r><a>t<b><c/></b></a></r>", "<c/>"},
       {"<r/>", "p:x", "<r><p:x/></r>", "<p:x/>"},
-      {"<r/>", longestName, nullptr, nullptr},  // a component of 63 bytes
+      {"<r/>", longest.c_str(), nullptr, nullptr},  // a component of 63 bytes
   };
-  for (const Case& c : cases) {
+  Instance tk;
+  MessageLog log;
+  for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.before) + " " + c.path);
-    Instance tk;
-    ASSERT_EQ(LoadText(tk.tk, c.before), 0);
-    MessageLog log;
+    ASSERT_EQ(ReloadText(tk.tk, c.before), 0);
     unsigned handle = 0;
     ASSERT_EQ(tk->CreateElement(100, c.path, &handle), 0);
     EXPECT_EQ(handle, 101u);
     EXPECT_EQ(tk->GetHandleCount(), 2u);
-    if (c.after != nullptr) {
-      EXPECT_EQ(DocumentText(tk.tk), c.after);
-      EXPECT_EQ(SubTreeText(tk.tk, handle), c.made);
-    }
-    EXPECT_EQ(log.joined(), "");
+    if (c.after == nullptr) continue;
+    EXPECT_EQ(DocumentText(tk.tk), c.after);
+    EXPECT_EQ(SubTreeText(tk.tk, handle), c.made);
   }
+  EXPECT_EQ(log.joined(), "");
 }
 
 TEST(CreateElement, EachCallMakesItsOwnElement) {
   Instance tk;
   ASSERT_EQ(tk->CreateEmpty("r"), 0);
-  unsigned first = 0;
-  unsigned second = 0;
+  unsigned first = 0, second = 0, made = 0;
   ASSERT_EQ(tk->CreateElement(100, "a", &first), 0);
   ASSERT_EQ(tk->CreateElement(100, "a", &second), 0);
   EXPECT_EQ(first, 101u);
@@ -66,7 +64,6 @@ TEST(CreateElement, EachCallMakesItsOwnElement) {
   ASSERT_EQ(tk->SetElementValue(second, nullptr, TK_VALUE_TEXT, 1, "2"), 0);
   EXPECT_EQ(DocumentText(tk.tk), "<r><a>1</a><a>2</a></r>");
   // A path reaches only the first of them.
-  unsigned made = 0;
   ASSERT_EQ(tk->CreateElement(100, "a/b", &made), 0);
   EXPECT_EQ(DocumentText(tk.tk), "<r><a>1<b/></a><a>2</a></r>");
   // Creating below a created element works through its handle.
@@ -80,47 +77,40 @@ TEST(CreateElement, Failures) {
   const std::string afterMade = "m/" + longName;
   const std::string huge(10000, 'h');
   const char* base = "<r><x/>tt</r>";
-  struct Case {
+  const std::string badNode = "CreateDOMNode failed\n", badPath =
+      "CreateElement: element path is invalid\n";
+  const struct {
     const char* path;
     unsigned handle;
     int result;
-    const char* message;
+    std::string message;
     const char* after;  // nothing is undone
-  } const cases[] = {
+  } cases[] = {
       // An invalid path is refused before the handle is looked at.
-      {nullptr, 100, -102, "CreateElement: element path is invalid\n", base},
-      {"", 55, -102, "CreateElement: element path is invalid\n", base},
-      {"a", 99, -6, "", base},
-      {"a", 101, -6, "", base},  // closed slot
-      {"a", 103, -6, "", base},
-      {"a", 0, -6, "", base},
+      {nullptr, 100, -102, badPath, base}, {"", 55, -102, badPath, base},
+      {"a", 99, -6, "", base}, {"a", 101, -6, "", base},  // closed slot
+      {"a", 103, -6, "", base}, {"a", 0, -6, "", base},
       // An empty component or no XML name: what was made on the way stays.
-      {"x//y", 100, -1, "CreateDOMNode failed\n", base},
-      {"n//y", 100, -1, "CreateDOMNode failed\n", "<r><x/>tt<n/></r>"},
-      {"/a", 100, -1, "CreateDOMNode failed\n", base},
-      {"x/1bad", 100, -1, "CreateDOMNode failed\n", base},
-      {"a b", 100, -1, "CreateDOMNode failed\n", base},
+      {"x//y", 100, -1, badNode, base}, {"n//y", 100, -1, badNode, "<r><x/>tt<n/></r>"},
+      {"/a", 100, -1, badNode, base}, {"x/1bad", 100, -1, badNode, base},
+      {"a b", 100, -1, badNode, base},
       // Components past 63 bytes are refused, never truncated.
-      {longName.c_str(), 100, -1, "", base},
-      {afterFound.c_str(), 100, -1, "", base},
-      {afterMade.c_str(), 100, -1, "", "<r><x/>tt<m/></r>"},
-      {huge.c_str(), 100, -1, "", base},
+      {longName.c_str(), 100, -1, "", base}, {afterFound.c_str(), 100, -1, "", base},
+      {afterMade.c_str(), 100, -1, "", "<r><x/>tt<m/></r>"}, {huge.c_str(), 100, -1, "", base},
       // A text node takes no child.
       {"n", 102, -113, "CreateElement: element create failed\n", base},
   };
-  for (const Case& c : cases) {
+  Instance tk;
+  MessageLog log;
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.path == nullptr ? "(null)" : std::string(c.path).substr(0, 80));
-    Instance tk;
-    ASSERT_EQ(LoadText(tk.tk, base), 0);
+    ASSERT_EQ(ReloadText(tk.tk, base), 0);
     ASSERT_EQ(tk->OpenElement("x"), 101u);
-    unsigned textHandle = 0;
-    unsigned nodeType = 0;
+    unsigned textHandle = 0, nodeType = 0;
     ASSERT_EQ(tk->OpenElement(100, 1, &textHandle, &nodeType), 0);
-    ASSERT_EQ(textHandle, 102u);
-    ASSERT_EQ(nodeType, 3u);
+    ASSERT_EQ(textHandle + nodeType, 105u);  // handle 102 on a text node
     ASSERT_EQ(tk->CloseElement(101), 0);
-
-    MessageLog log;
+    log.clear();
     unsigned handle = 4242;
     EXPECT_EQ(tk->CreateElement(c.handle, c.path, &handle), c.result);
     EXPECT_EQ(handle, 4242u);
@@ -146,57 +136,49 @@ TEST(CreateElement, RootRequest) {
   EXPECT_EQ(handle, 4242u);
 }
 
-TEST(DeleteElement, RemovesOneElementAtATime) {
-  Instance tk;
-  ASSERT_EQ(LoadText(tk.tk, "<r><a>1</a><b/><a>2</a></r>"), 0);
-  MessageLog log;
-  EXPECT_EQ(tk->DeleteElement(100, "a"), 0);
-  EXPECT_EQ(DocumentText(tk.tk), "<r><b/><a>2</a></r>");
-  EXPECT_EQ(tk->DeleteElement(100, "a/"), 0);
-  EXPECT_EQ(DocumentText(tk.tk), "<r><b/></r>");
-  EXPECT_EQ(tk->DeleteElement(100, "a"), -102);
-  EXPECT_EQ(log.joined(), "");
-}
-
-TEST(DeleteElement, Failures) {
+TEST(DeleteElement, OneAtATimeAndFailures) {
   Instance tk;
   ASSERT_EQ(LoadText(tk.tk, "<r><a><b/></a><x/></r>"), 0);
   ASSERT_EQ(tk->OpenElement("x"), 101u);
   ASSERT_EQ(tk->OpenElement("a"), 102u);
   ASSERT_EQ(tk->CloseElement(101), 0);
-  struct Case {
+  const struct {
     unsigned handle;
     const char* path;
     int result;
-  } const cases[] = {
+  } cases[] = {
       {100, nullptr, -102}, {100, "", -102},  // never the handle's own element
       {99, "a", -102},      {103, "a", -102},  {0xFFFFFFFFu, "a", -102},  // out of range
       {101, "a", -6},                                                     // closed slot
       {100, "b", -102},     {100, "a//", -102}, {100, "/a", -102}, {102, "a", -102},
   };
   MessageLog log;
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.handle);
     EXPECT_EQ(tk->DeleteElement(c.handle, c.path), c.result);
   }
-  EXPECT_EQ(log.joined(), "");
   EXPECT_EQ(DocumentText(tk.tk), "<r><a><b/></a><x/></r>");
+  // One element goes per call: the first that matches.
+  ASSERT_EQ(ReloadText(tk.tk, "<r><a>1</a><b/><a>2</a></r>"), 0);
+  EXPECT_EQ(tk->DeleteElement(100, "a"), 0);
+  EXPECT_EQ(DocumentText(tk.tk), "<r><b/><a>2</a></r>");
+  EXPECT_EQ(tk->DeleteElement(100, "a/"), 0);
+  EXPECT_EQ(tk->DeleteElement(100, "a"), -102);
+  EXPECT_EQ(DocumentText(tk.tk), "<r><b/></r>");
+  EXPECT_EQ(log.joined(), "");
 }
 
 TEST(DeleteElement, HandlesOnTheRemovedElementKeepWorking) {
   Instance tk;
   ASSERT_EQ(LoadText(tk.tk, "<r><a><b>v</b></a></r>"), 0);
-  const unsigned a = tk->OpenElement("a");
-  const unsigned b = tk->OpenElement("a/b");
-  ASSERT_NE(a, 0u);
-  ASSERT_NE(b, 0u);
+  const unsigned a = tk->OpenElement("a"), b = tk->OpenElement("a/b");
+  ASSERT_TRUE(a != 0 && b != 0);
   ASSERT_EQ(tk->DeleteElement(100, "a"), 0);
   EXPECT_EQ(DocumentText(tk.tk), "<r/>");
   EXPECT_EQ(tk->OpenElement("a"), 0u);
 
   ASSERT_EQ(tk->SetElementValue(b, nullptr, TK_VALUE_TEXT, 1, "w"), 0);
-  unsigned made = 0;
-  ASSERT_EQ(tk->CreateElement(a, "c", &made), 0);
+  ASSERT_EQ(tk->CreateElement(a, "c", nullptr), 0);
   EXPECT_EQ(SubTreeText(tk.tk, a), "<a><b>w</b><c/></a>");
   ASSERT_EQ(tk->DeleteElement(a, "b"), 0);
   EXPECT_EQ(SubTreeText(tk.tk, a), "<a><c/></a>");
