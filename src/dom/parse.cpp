@@ -3,6 +3,7 @@
 // The parser never prints and never reads anything but the bytes given: no
 // network, no external DTD, external entities refused by the guarded entity
 // loader; internal entities are substituted within the engine's bounds.
+#include <libxml/SAX2.h>
 #include <libxml/parserInternals.h>
 
 #include <cerrno>
@@ -74,6 +75,37 @@ class CollectScope {
   ParseError* m_saved;
 };
 
+// Attributes one element may carry. The engine's tree builder adds each
+// attribute by walking the list before it, so an element with hundreds of
+// thousands of them would take minutes to load; real documents stay far below.
+constexpr int kMaxAttributesPerElement = 10000;
+
+// The engine's element start, refusing an element with too many attributes:
+// the parse stops there and fails with an error that says why.
+void StartElementBounded(void* context, const xmlChar* localname, const xmlChar* prefix,
+                         const xmlChar* uri, int namespaceCount, const xmlChar** namespaces,
+                         int attributeCount, int defaultedCount, const xmlChar** attributes) {
+  auto* ctxt = static_cast<xmlParserCtxtPtr>(context);
+  if (attributeCount <= kMaxAttributesPerElement) {
+    xmlSAX2StartElementNs(context, localname, prefix, uri, namespaceCount, namespaces,
+                          attributeCount, defaultedCount, attributes);
+    return;
+  }
+  ParseError* first = t_firstFatal;
+  if (first != nullptr && first->errorCode == 0) {
+    first->errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
+    first->line = ctxt->input != nullptr ? ctxt->input->line : 0;
+    first->linepos = ctxt->input != nullptr ? ctxt->input->col : 0;
+    std::string name;
+    if (prefix != nullptr) name = std::string(C(prefix)) + ":";
+    name += C(localname);
+    first->reason = "Element " + name + " has more than " +
+                    std::to_string(kMaxAttributesPerElement) + " attributes\n";
+  }
+  ctxt->wellFormed = 0;
+  xmlStopParser(ctxt);
+}
+
 // UTF-16 by its mark or by the pattern of a leading "<" or "<?".
 bool LooksLikeUtf16(const char* data, size_t length) {
   if (length < 2) return false;
@@ -120,6 +152,7 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
   xmlCtxtUseOptions(ctxt.get(), ParseOptions());
   // Errors go to this handler alone, never to a handler set for the thread.
   ctxt->sax->serror = CollectError;
+  ctxt->sax->startElementNs = StartElementBounded;
   ParseError first;
   CollectScope collect(&first);
   if (!url.empty() && ctxt->input != nullptr && ctxt->input->filename == nullptr) {

@@ -198,5 +198,35 @@ TEST(DomLoadSafety, EntityExpansionIsBounded) {
   EXPECT_LT(LoadText(doc, deep), 0);
 }
 
+TEST(DomLoadSafety, AttributesPerElementAreBounded) {
+  auto element = [](const char* name, int count) {
+    std::string xml = std::string("<r><") + name;
+    for (int i = 0; i < count; ++i) xml += " a" + std::to_string(i) + "='" + std::to_string(i) + "'";
+    return xml + "/></r>";
+  };
+  Document doc = Parse("<old/>");
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(LoadText(doc, element("e", 10000)), kOk);
+  AttrMap map;
+  int32_t length = 0;
+  ASSERT_EQ(Child(Root(doc), 0).get_attributes(map), kOk);
+  map.get_length(length);
+  EXPECT_EQ(length, 10000);
+
+  for (const char* name : {"e", "p:e xmlns:p='urn:p'"}) {
+    const int status = LoadText(doc, element(name, 10001));
+    EXPECT_LT(status, 0) << name;
+    ParseError error;
+    doc.get_parseError(error);
+    EXPECT_EQ(error.errorCode, status);
+    EXPECT_EQ(error.line, 1);
+    EXPECT_GT(error.linepos, 0);
+    EXPECT_EQ(error.reason, std::string("Element ") + (name[0] == 'p' ? "p:e" : "e") +
+                                " has more than 10000 attributes\n");
+    EXPECT_EQ(ChildCount(Root(doc)), 1);  // the earlier tree stays
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
 }  // namespace
 }  // namespace tk::dom::test
