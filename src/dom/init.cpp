@@ -44,6 +44,7 @@ void SilentStructuredError(void*, xmlErrorPtr) {}
 
 void SetUpEngine() {
   xmlInitParser();
+  QuietEngine quiet;  // the rest of the set-up allocates through the engine
   g_previousLoader = xmlGetExternalEntityLoader();
   xmlSetExternalEntityLoader(GuardedLoader);
   // Stylesheet compilation reports only through libxslt's process-wide

@@ -210,6 +210,7 @@ int Node::get_nodeValue(std::string& out) const {
         if (child->content != nullptr) out = C(child->content);
         return kOk;
       }
+      QuietEngine quiet;
       xmlChar* value = xmlNodeGetContent(m_node);
       if (value != nullptr) {
         out = C(value);
