@@ -87,8 +87,10 @@ class Script {
 
   // The two-call protocol: a null buffer gives -105 and the size; a buffer of
   // exactly that size (on the heap, so ASan sees any overrun) then succeeds.
+  // Element and CDATA values need not settle in two calls: with several text
+  // children each is judged by the size the one before it stored.
   template <typename Call>
-  void SizedRead(Call call, bool numberRead) {
+  void SizedRead(Call call, bool settles) {
     unsigned size = m_in.ConsumeIntegralInRange<unsigned>(0, 8);
     const bool asks = m_in.ConsumeBool();
     if (!asks) {
@@ -103,7 +105,7 @@ class Script {
     const unsigned needed = size;
     std::unique_ptr<char[]> buffer(new char[needed]);
     const int second = call(&size, buffer.get());
-    if (needed > 0 && second == -105 && !numberRead) Fail("the size stored was not enough");
+    if (needed > 0 && second == -105 && settles) Fail("the size stored was not enough");
   }
 
   void Step() {
@@ -174,7 +176,7 @@ class Script {
               return cdata ? tk->GetElementCDATAValue(handle, C(path), type, size, buffer)
                            : tk->GetElementValue(handle, C(path), type, size, buffer, codePage);
             },
-            type == TK_VALUE_NUMBER);
+            false);
         break;
       }
       case 11:
@@ -201,7 +203,7 @@ class Script {
             [&](unsigned* size, void* buffer) {
               return tk->GetAttributeValue(handle, C(path), C(name), type, size, buffer);
             },
-            type == TK_VALUE_NUMBER);
+            true);
         break;
       }
       case 14: {

@@ -82,9 +82,6 @@ bool InsideTransformation() {
   for (int i = 0; i < depth; ++i) {
     Dl_info info;
     if (dladdr(frames[i], &info) == 0) continue;
-    // A failed allocation inside xmlCopyDoc leaves a partial copy of the
-    // stylesheet without saying so; reported, spared until ApplyXSLT checks it.
-    if (info.dli_sname != nullptr && std::strcmp(info.dli_sname, "xmlCopyDoc") == 0) return true;
     if (info.dli_sname != nullptr && std::strcmp(info.dli_sname, "xsltParseStylesheetUser") == 0) {
       return false;  // compiling, not transforming
     }

@@ -188,7 +188,7 @@ TEST(HostileInput, DeepNestingIsRefusedOnImportAndHandledWhenBuilt) {
     // A deep tree built through the interface: every walk over it (paths,
     // export, the lifetime bookkeeping, freeing) must not recurse per level.
     Bound bound("deep tree", 60, 1024);
-    constexpr int kBuiltDepth = 20000;
+    constexpr int kBuiltDepth = kDepth;
     tk->CloseAllElements();
     ASSERT_EQ(tk->CreateEmpty("r"), 0);
     std::string path;
