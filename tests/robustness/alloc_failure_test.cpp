@@ -11,6 +11,8 @@
 // preset) nothing leaks.
 #include <dlfcn.h>
 #include <execinfo.h>
+#include <fcntl.h>
+#include <unistd.h>
 #include <libxml/globals.h>
 #include <libxml/xmlmemory.h>
 
@@ -413,6 +415,25 @@ void EveryFailurePoint(bool sticky) {
   }
   const std::string exported = ReadFile(exportFile);
 
+  // The engine must stay silent when its memory runs out: what reaches
+  // stderr during the loop is kept and looked at afterwards (only parse
+  // errors of a file load may appear there).
+  const std::string errors = dir.path("stderr.txt");
+  std::fflush(stderr);
+  const int savedStderr = dup(2);
+  const int errorFile = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  ASSERT_GE(errorFile, 0);
+  dup2(errorFile, 2);
+  close(errorFile);
+  struct RestoreStderr {
+    int saved;
+    ~RestoreStderr() {
+      std::fflush(stderr);
+      dup2(saved, 2);
+      close(saved);
+    }
+  } restore{savedStderr};
+
   long injected = 0, thrown = 0, absorbed = 0, coded = 0;
   for (long failAt = 1;; ++failAt) {
     WriteFile(exportFile, kOldFile);
@@ -458,6 +479,8 @@ void EveryFailurePoint(bool sticky) {
     TkDeleteTreeKeeper(tk);
     if (::testing::Test::HasFatalFailure()) return;
   }
+  std::fflush(stderr);
+  EXPECT_EQ(ReadFile(errors).find("Memory allocation failed"), std::string::npos);
   std::printf(
       "%s: allocation failures injected: %ld (bad_alloc %ld, failure code %ld, absorbed %ld); "
       "%ld points inside the XSLT processor spared\n",

@@ -95,6 +95,7 @@ class SecretFiles {
 };
 
 TEST(HostileInput, NoFileIsEverReadForADocumentOrStylesheet) {
+  Bound bound("external references", 20, 256);
   SecretFiles secret;
   // The watch sees a read (of ours, here).
   ASSERT_EQ(ReadFile(secret.path("secret.txt")), kMarker);
@@ -259,6 +260,7 @@ TEST(HostileInput, HundredMegabyteTextNode) {
 }
 
 TEST(HostileInput, BrokenEncodingsAndEmbeddedNuls) {
+  Bound bound("broken encodings", 20, 256);
   Instance tk;
   TempDir dir;
   // Bytes that are no UTF-8 in a document that claims UTF-8.
@@ -331,6 +333,7 @@ TEST(HostileInput, MegabytePathsAndNames) {
 // Names holding each byte value: accepted or refused, never a document that
 // can't be read back.
 TEST(HostileInput, NamesWithEveryByteValue) {
+  Bound bound("names of every byte", 20, 256);
   Instance tk;
   for (int byte = 1; byte <= 0xFF; ++byte) {
     SCOPED_TRACE(byte);
