@@ -3,6 +3,11 @@
 # pkg-config.
 file(REMOVE_RECURSE ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
+# A sanitized library needs clients built with the same sanitizer.
+set(client_flags "")
+if(SANITIZE)
+  set(client_flags "-fsanitize=${SANITIZE}")
+endif()
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BINARY_DIR} --prefix ${prefix}
   RESULT_VARIABLE rc OUTPUT_QUIET)
 if(NOT rc EQUAL 0)
@@ -10,7 +15,7 @@ if(NOT rc EQUAL 0)
 endif()
 
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${CLIENT_DIR} -B ${WORK_DIR}/client -G Ninja
-    -DCMAKE_PREFIX_PATH=${prefix}
+    -DCMAKE_PREFIX_PATH=${prefix} "-DCMAKE_CXX_FLAGS=${client_flags}"
   RESULT_VARIABLE rc OUTPUT_QUIET)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "configuring the client against the prefix failed")
@@ -30,7 +35,7 @@ execute_process(COMMAND sh -c "PKG_CONFIG_PATH=${pc_dirs} pkg-config --cflags --
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "pkg-config does not know treekeeper")
 endif()
-execute_process(COMMAND sh -c "c++ -std=c++20 ${CLIENT_DIR}/client.cpp ${flags} -o ${WORK_DIR}/pc_client && LD_LIBRARY_PATH=${prefix}/lib:${pc_dirs}/.. ${WORK_DIR}/pc_client"
+execute_process(COMMAND sh -c "c++ -std=c++20 ${client_flags} ${CLIENT_DIR}/client.cpp ${flags} -o ${WORK_DIR}/pc_client && LD_LIBRARY_PATH=${prefix}/lib:${pc_dirs}/.. ${WORK_DIR}/pc_client"
   RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "the pkg-config client failed")
