@@ -69,24 +69,36 @@ void AppendName(const xmlNode* node, const xmlNs* ns, std::string& out) {
   if (node->name != nullptr) out += C(node->name);
 }
 
+namespace {
+
+// Matches the NUL-terminated part against the front of name in one pass,
+// stopping at the first byte that differs; on a match drops it from name.
+bool Consume(std::string_view& name, const char* part) {
+  size_t i = 0;
+  for (; part[i] != '\0'; ++i) {
+    if (i == name.size() || name[i] != part[i]) return false;
+  }
+  name.remove_prefix(i);
+  return true;
+}
+
+}  // namespace
+
 bool NameEquals(const xmlNode* node, const xmlNs* ns, std::string_view name) {
   if (node == nullptr) return false;
-  auto consume = [&name](const char* part) {
-    const size_t n = std::strlen(part);
-    if (name.compare(0, n, part) != 0 || name.size() < n) return false;
-    name.remove_prefix(n);
-    return true;
-  };
   if (ns != nullptr) {
-    if (!consume("xmlns")) return false;
+    if (!Consume(name, "xmlns")) return false;
     if (ns->prefix == nullptr) return name.empty();
-    return consume(":") && consume(C(ns->prefix)) && name.empty();
+    return Consume(name, ":") && Consume(name, C(ns->prefix)) && name.empty();
   }
-  if (const char* fixed = FixedName(node)) return consume(fixed) && name.empty();
+  // Elements, the common case of a path walk, go straight to their name.
+  if (node->type != XML_ELEMENT_NODE) {
+    if (const char* fixed = FixedName(node)) return Consume(name, fixed) && name.empty();
+  }
   if (const xmlChar* prefix = PrefixOf(node)) {
-    if (!consume(C(prefix)) || !consume(":")) return false;
+    if (!Consume(name, C(prefix)) || !Consume(name, ":")) return false;
   }
-  return node->name != nullptr && consume(C(node->name)) && name.empty();
+  return node->name != nullptr && Consume(name, C(node->name)) && name.empty();
 }
 
 // ---- NodePtr ---------------------------------------------------------------------
