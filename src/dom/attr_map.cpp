@@ -37,6 +37,7 @@ int SetDeclaration(xmlNodePtr element, std::string_view prefix, const std::strin
                    Node& out) {
   if (!prefix.empty() && href.empty()) return kInvalidArg;  // a prefix can't be undeclared
   if (prefix == "xml" || prefix == "xmlns") return kInvalidArg;
+  if (!IsWritableNamespaceUri(href)) return kInvalidArg;
   if (xmlNsPtr ns = FindDeclaration(element, prefix)) {
     if (!xmlStrEqual(ns->href, X(href.c_str()))) {
       if (NamespaceInUse(element, ns)) return kFail;

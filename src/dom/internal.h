@@ -154,6 +154,9 @@ bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns);
 
 // True when the bytes are UTF-8 made only of characters XML 1.0 can hold.
 bool IsXmlText(std::string_view utf8);
+// The engine writes a namespace declaration's value as it stands, without
+// escapes: true when such a value reads back the same.
+bool IsWritableNamespaceUri(std::string_view uri);
 // True for a name createNode / createAttribute take: an XML name, with at
 // most one colon that splits it into two non-empty parts.
 bool IsQualifiedName(std::string_view name);

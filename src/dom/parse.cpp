@@ -82,28 +82,44 @@ constexpr int kMaxAttributesPerElement = 10000;
 
 // The engine's element start, refusing an element with too many attributes:
 // the parse stops there and fails with an error that says why.
-void StartElementBounded(void* context, const xmlChar* localname, const xmlChar* prefix,
-                         const xmlChar* uri, int namespaceCount, const xmlChar** namespaces,
-                         int attributeCount, int defaultedCount, const xmlChar** attributes) {
-  auto* ctxt = static_cast<xmlParserCtxtPtr>(context);
-  if (attributeCount <= kMaxAttributesPerElement) {
-    xmlSAX2StartElementNs(context, localname, prefix, uri, namespaceCount, namespaces,
-                          attributeCount, defaultedCount, attributes);
-    return;
-  }
+// Stops the parse at the current element with an error that says why.
+void StopAtElement(xmlParserCtxtPtr ctxt, std::string reason) {
   ParseError* first = t_firstFatal;
   if (first != nullptr && first->errorCode == 0) {
     first->errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
     first->line = ctxt->input != nullptr ? ctxt->input->line : 0;
     first->linepos = ctxt->input != nullptr ? ctxt->input->col : 0;
-    std::string name;
-    if (prefix != nullptr) name = std::string(C(prefix)) + ":";
-    name += C(localname);
-    first->reason = "Element " + name + " has more than " +
-                    std::to_string(kMaxAttributesPerElement) + " attributes\n";
+    first->reason = std::move(reason);
   }
   ctxt->wellFormed = 0;
   xmlStopParser(ctxt);
+}
+
+// The engine's element start, refusing an element with too many attributes,
+// and a namespace declaration whose value the export could not write back.
+void StartElementBounded(void* context, const xmlChar* localname, const xmlChar* prefix,
+                         const xmlChar* uri, int namespaceCount, const xmlChar** namespaces,
+                         int attributeCount, int defaultedCount, const xmlChar** attributes) {
+  auto* ctxt = static_cast<xmlParserCtxtPtr>(context);
+  auto name = [&]() {
+    std::string qname = prefix != nullptr ? std::string(C(prefix)) + ":" : std::string();
+    return qname + C(localname);
+  };
+  if (attributeCount > kMaxAttributesPerElement) {
+    StopAtElement(ctxt, "Element " + name() + " has more than " +
+                            std::to_string(kMaxAttributesPerElement) + " attributes\n");
+    return;
+  }
+  for (int i = 0; i < namespaceCount; ++i) {
+    const xmlChar* href = namespaces[2 * i + 1];
+    if (href != nullptr && !IsWritableNamespaceUri(C(href))) {
+      StopAtElement(ctxt, "Element " + name() +
+                              " declares a namespace name with '&', '<' or a line break\n");
+      return;
+    }
+  }
+  xmlSAX2StartElementNs(context, localname, prefix, uri, namespaceCount, namespaces,
+                        attributeCount, defaultedCount, attributes);
 }
 
 // UTF-16 by its mark or by the pattern of a leading "<" or "<?".

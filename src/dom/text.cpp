@@ -5,6 +5,10 @@
 
 namespace tk::dom {
 
+bool IsWritableNamespaceUri(std::string_view uri) {
+  return uri.find_first_of("&<\t\n\r") == std::string_view::npos;
+}
+
 bool IsXmlText(std::string_view utf8) {
   if (utf8.size() > static_cast<size_t>(INT32_MAX)) return false;  // more than the engine takes
   const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
