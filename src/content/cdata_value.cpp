@@ -29,14 +29,7 @@ int CTreeKeeper::GetElementCDATAValue(unsigned handle, const char* path, int typ
 
 int CTreeKeeper::SetElementCDATAValue(unsigned handle, const char* path, int type,
                                       unsigned size, const void* data) {
-  LockGuard guard(m_lock);
-  const dom::Node* start = m_table.live(handle);
-  if (start == nullptr) return -6;
-  const dom::Node element = WalkPath(*start, NormalizePath(path).get());
-  if (!element) return -102;
-  std::string valueText;
-  if (BuildValueText(type, size, data, TextExtent::kSizeBytes, valueText) < 0) return -1;
-  return WriteChildValue(m_document, element, dom::kCData, valueText);
+  return SetChildValue(dom::kCData, handle, path, type, size, data);
 }
 
 }  // namespace tk

@@ -27,6 +27,11 @@ int CTreeKeeper::GetElementValue(unsigned handle, const char* path, int type, un
 
 int CTreeKeeper::SetElementValue(unsigned handle, const char* path, int type, unsigned size,
                                  const void* data) {
+  return SetChildValue(dom::kText, handle, path, type, size, data);
+}
+
+int CTreeKeeper::SetChildValue(int childType, unsigned handle, const char* path, int type,
+                               unsigned size, const void* data) {
   LockGuard guard(m_lock);
   const dom::Node* start = m_table.live(handle);
   if (start == nullptr) return -6;
@@ -34,7 +39,7 @@ int CTreeKeeper::SetElementValue(unsigned handle, const char* path, int type, un
   if (!element) return -102;
   std::string valueText;
   if (BuildValueText(type, size, data, TextExtent::kSizeBytes, valueText) < 0) return -1;
-  return WriteChildValue(m_document, element, dom::kText, valueText);
+  return WriteChildValue(m_document, element, childType, valueText);
 }
 
 }  // namespace tk

@@ -72,6 +72,10 @@ class CTreeKeeper final : public ITreeKeeperXslt {
   // Stores a copy of name as the source name (null or "" clears nothing: the
   // callers decide when to call).
   void SetSourceName(const char* name);
+  // The write of SetElementValue and SetElementCDATAValue, for text (3) or
+  // CDATA (4) children.
+  int SetChildValue(int childType, unsigned handle, const char* path, int type, unsigned size,
+                    const void* data);
 
   CCoreRtCriticalSectionEx m_lock;
   dom::Document m_document;
