@@ -11,6 +11,7 @@
 #include <regex>
 
 #include "errors.h"
+#include "file_output.h"
 #include "stderr_capture.h"
 
 namespace tkcli {
@@ -35,16 +36,6 @@ struct Descriptor {
 
 // The name under which the library can open a descriptor of this process.
 std::string DescriptorPath(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
-
-bool WriteAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t put = write(fd, bytes.data(), bytes.size());
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(put));
-  }
-  return true;
-}
 
 // Documents still held when the tool ends. The process exits right after a
 // command, and freeing a large tree node by node would cost a good part of

@@ -21,16 +21,6 @@ namespace {
   throw CliError(kCannotWrite, target + ": cannot write: " + std::strerror(error));
 }
 
-bool WriteAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t put = write(fd, bytes.data(), bytes.size());
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(put));
-  }
-  return true;
-}
-
 // The temporary file of a replacement in progress. A signal that ends the
 // run removes it, so nothing but the untouched target stays behind.
 char g_pendingPath[PATH_MAX + 32];
@@ -141,6 +131,17 @@ void WriteOutput(const std::string& target, std::string_view bytes) {
   } else {
     ReplaceFile(target, bytes);
   }
+}
+
+// Writes all of bytes to fd, going on after interrupted writes.
+bool WriteAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t put = write(fd, bytes.data(), bytes.size());
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(put));
+  }
+  return true;
 }
 
 }  // namespace tkcli

@@ -14,4 +14,7 @@ namespace tkcli {
 // target as it was. Status 4 if the bytes can't be written.
 void WriteOutput(const std::string& target, std::string_view bytes);
 
+// Writes all of bytes to fd, going on after interrupted writes; false on failure.
+bool WriteAll(int fd, std::string_view bytes);
+
 }  // namespace tkcli
