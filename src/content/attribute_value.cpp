@@ -90,7 +90,7 @@ int CTreeKeeper::GetAttributeValue(unsigned handle, const char* path, const char
   LockGuard guard(m_lock);
   const dom::Node* start = m_table.live(handle);
   if (start == nullptr) return -6;
-  const dom::Node node = WalkPath(*start, NormalizePath(path).get());
+  const dom::Node node = WalkPath(*start, path);
   if (!node) {
     Report("GetAttributeValue: element path is invalid");
     return -102;
@@ -128,7 +128,7 @@ int CTreeKeeper::setAttributeValue(unsigned handle, const char* path, const char
     return -6;
   }
   // A write never makes an element: the path has to name one already.
-  const dom::Node node = WalkPath(start, NormalizePath(path).get());
+  const dom::Node node = WalkPath(start, path);
   if (!node) {
     Report("setAttributeValue: element path is invalid");
     return -102;

@@ -19,7 +19,7 @@ int CTreeKeeper::GetElementCDATAValue(unsigned handle, const char* path, int typ
     Report("GetElementCDATAValue: element handle is invalid");
     return -6;
   }
-  const dom::Node element = WalkPath(*start, NormalizePath(path).get());
+  const dom::NodePtr element = WalkPath(start->ptr(), path);
   if (!element) {
     Report("GetElementCDATAValue: element path is invalid");
     return -102;

@@ -20,7 +20,7 @@ namespace {
 
 // A number is read from decimal digits only; a value beyond 32 bits
 // saturates at 4294967295.
-int ReadNumber(const std::string& value, unsigned* size, void* buffer, unsigned room) {
+int ReadNumber(std::string_view value, unsigned* size, void* buffer, unsigned room) {
   if (buffer == nullptr || *size < 4 || room < 4) {
     *size = 4;
     return -105;
@@ -39,7 +39,7 @@ int ReadNumber(const std::string& value, unsigned* size, void* buffer, unsigned 
 
 // A byte string is read from hex digits; a bad digit ends the decoding with a
 // zero byte at its place, and the read still succeeds.
-int ReadBinary(const std::string& value, unsigned* size, void* buffer, unsigned room) {
+int ReadBinary(std::string_view value, unsigned* size, void* buffer, unsigned room) {
   std::string scratch;
   const std::string digits(DomToAnsi(value, scratch));
   const size_t length = digits.size();
@@ -60,7 +60,7 @@ int ReadBinary(const std::string& value, unsigned* size, void* buffer, unsigned 
 
 // Text follows the buffer protocol; a code page the conversion refuses gives
 // an empty text.
-int ReadText(const std::string& value, unsigned* size, void* buffer, unsigned room,
+int ReadText(std::string_view value, unsigned* size, void* buffer, unsigned room,
              TextReadForm form) {
   const int needed = cp::DomToNarrow(form.codePage, form.flags, value, nullptr, 0);
   const unsigned neededSize = needed > 0 ? static_cast<unsigned>(needed) : 0;
@@ -83,22 +83,16 @@ int ReadText(const std::string& value, unsigned* size, void* buffer, unsigned ro
 
 }  // namespace
 
-int ReadChildValue(const dom::Node& element, int nodeType, int type, unsigned* size,
+int ReadChildValue(dom::NodePtr element, int nodeType, int type, unsigned* size,
                    void* buffer, TextReadForm textForm) {
-  bool has = false;
-  if (element.hasChildNodes(has) < 0 || !has) return -107;
-  dom::NodeList children;
-  int32_t length = 0;
-  if (element.get_childNodes(children) < 0 || children.get_length(length) < 0 || length <= 0) {
-    return -1;
-  }
+  // Reading changes no tree, so the children are looked at where they lie.
+  dom::NodePtr child = element.firstChild();
+  if (!child) return -107;
   int result = -1;
   const unsigned room = size != nullptr && buffer != nullptr ? *size : 0;
-  std::string value;
-  for (int32_t i = 0; i < length; ++i) {
-    dom::Node child;
-    if (children.get_item(i, child) < 0 || child.nodeType() != nodeType) continue;
-    if (child.get_nodeValue(value) < 0) value.clear();
+  for (; child; child = child.nextSibling()) {
+    if (child.nodeType() != nodeType) continue;
+    const std::string_view value = child.valueView();
     if (size == nullptr) {
       // Nowhere to report a size: the caller can't have a buffer of known room.
       result = -105;
@@ -113,27 +107,19 @@ int ReadChildValue(const dom::Node& element, int nodeType, int type, unsigned* s
   return result;
 }
 
-int WriteChildValue(dom::Document& document, const dom::Node& element, int nodeType,
+int WriteChildValue(dom::Document& document, dom::NodePtr element, int nodeType,
                     const std::string& valueText) {
-  bool has = false;
-  if (element.hasChildNodes(has) < 0) return -107;
+  if (!element) return -107;
 
   // The client's text is UTF-8; what isn't valid UTF-8 is replaced.
   std::string wide;
   if (Utf8ToWide(valueText.c_str(), wide) < 0) return -1;
 
-  if (has) {
-    dom::NodeList children;
-    int32_t length = 0;
-    if (element.get_childNodes(children) < 0 || children.get_length(length) < 0) return -1;
-    for (int32_t i = 0; i < length; ++i) {
-      dom::Node child;
-      if (children.get_item(i, child) < 0 || !child) return -1;
-      if (child.nodeType() != nodeType) continue;
-      // The first child of the type takes the value; no second node is made,
-      // so the document never holds the value twice.
-      return child.put_nodeValue(wide) < 0 ? -1 : 0;
-    }
+  for (dom::NodePtr child = element.firstChild(); child; child = child.nextSibling()) {
+    if (child.nodeType() != nodeType) continue;
+    // The first child of the type takes the value; no second node is made,
+    // so the document never holds the value twice.
+    return child.ref().put_nodeValue(wide) < 0 ? -1 : 0;
   }
 
   dom::Node made;
@@ -141,7 +127,7 @@ int WriteChildValue(dom::Document& document, const dom::Node& element, int nodeT
                                              : document.createTextNode(wide, made);
   if (status < 0 || !made) return -1;
   dom::Node inTree;
-  dom::Node parent = element;
+  dom::Node parent = element.ref();
   if (parent.appendChild(made, inTree) < 0 || !inTree) return -1;
   return 0;
 }

@@ -26,13 +26,13 @@ struct TextReadForm {
 //   -1    children, but none of nodeType (*size untouched)
 //   -105  buffer null or too small: *size holds the bytes needed
 //   0     read (a number with a non-digit text leaves the buffer as it was)
-int ReadChildValue(const dom::Node& element, int nodeType, int type, unsigned* size,
+int ReadChildValue(dom::NodePtr element, int nodeType, int type, unsigned* size,
                    void* buffer, TextReadForm textForm);
 
 // Writes valueText (UTF-8, no NUL) as the value of `element`: the first child
 // of nodeType takes it; with none, a new node of that type is appended behind
 // all children. Other children are left as they are. 0; -1; -107.
-int WriteChildValue(dom::Document& document, const dom::Node& element, int nodeType,
+int WriteChildValue(dom::Document& document, dom::NodePtr element, int nodeType,
                     const std::string& valueText);
 
 }  // namespace tk

@@ -18,7 +18,7 @@ int CTreeKeeper::GetElementValue(unsigned handle, const char* path, int type, un
     Report("GetElementValue: element handle is invalid");
     return -6;
   }
-  const dom::Node element = WalkPath(*start, NormalizePath(path).get());
+  const dom::NodePtr element = WalkPath(start->ptr(), path);
   if (!element) return -102;
   // UTF-8 converts plainly; any other code page gets no best-fit letters.
   const TextReadForm form{codePage, codePage == cp::kUtf8 ? 0u : cp::kNoBestFitChars};
@@ -35,7 +35,7 @@ int CTreeKeeper::SetChildValue(int childType, unsigned handle, const char* path,
   LockGuard guard(m_lock);
   const dom::Node* start = m_table.live(handle);
   if (start == nullptr) return -6;
-  const dom::Node element = WalkPath(*start, NormalizePath(path).get());
+  const dom::NodePtr element = WalkPath(start->ptr(), path);
   if (!element) return -102;
   std::string valueText;
   if (BuildValueText(type, size, data, TextExtent::kSizeBytes, valueText) < 0) return -1;

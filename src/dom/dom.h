@@ -66,6 +66,13 @@ class NodePtr {
   bool nameEquals(std::string_view name) const;
   std::string nodeName() const;
   NodePtr nextSibling() const;
+  NodePtr firstChild() const;
+  // The first element child whose qualified name equals qname byte for byte,
+  // or null. One pass over the children, without allocation.
+  NodePtr childElement(std::string_view qname) const;
+  // The text of a text, CDATA, comment or processing-instruction node, as the
+  // tree holds it (empty for other nodes). Borrowed like the NodePtr itself.
+  std::string_view valueView() const;
   Node ref() const;  // a counted reference to the same node
   // The same node; a stored NodePtr compares meaningfully only while the tree
   // stamp has not moved since it was taken.

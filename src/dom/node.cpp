@@ -115,6 +115,83 @@ std::string NodePtr::nodeName() const {
 NodePtr NodePtr::nextSibling() const {
   return NodePtr(m_node != nullptr ? NextVisible(m_node) : nullptr);
 }
+NodePtr NodePtr::firstChild() const {
+  return NodePtr(m_node != nullptr ? FirstChild(m_node) : nullptr);
+}
+
+namespace {
+
+// Element names compared where they lie: the prefix (when the element's
+// namespace has one), a colon, then the local name, stopping at the first
+// byte that differs.
+// Matches the NUL-terminated text against the front of [want, end) and
+// returns where the match ends, or null when it fails.
+inline const char* MatchFront(const xmlChar* text, const char* want, const char* end) {
+  for (; *text != 0; ++text, ++want) {
+    if (want == end || *want != static_cast<char>(*text)) return nullptr;
+  }
+  return want;
+}
+
+inline bool ElementNameIs(const xmlNode* element, std::string_view name) {
+  const char* want = name.data();
+  const char* const end = want + name.size();
+  if (element->ns != nullptr && element->ns->prefix != nullptr) {
+    want = MatchFront(element->ns->prefix, want, end);
+    if (want == nullptr || want == end || *want++ != ':') return false;
+  }
+  return element->name != nullptr && MatchFront(element->name, want, end) == end;
+}
+
+}  // namespace
+
+NodePtr NodePtr::childElement(std::string_view qname) const {
+  if (m_node == nullptr || qname.empty() || !HasChildList(m_node)) return NodePtr();
+  // Only elements can match, and they are always visible, so the raw sibling
+  // chain serves.
+  const char first = qname.front();
+  if (qname.find(':') == std::string_view::npos) {
+    // Without a colon only an element without a prefix can match, so the
+    // local name decides before the namespace is looked at.
+    const char* const end = qname.data() + qname.size();
+    for (xmlNodePtr child = m_node->children; child != nullptr; child = child->next) {
+      if (child->type != XML_ELEMENT_NODE || child->name == nullptr ||
+          static_cast<char>(child->name[0]) != first) {
+        continue;
+      }
+      if (MatchFront(child->name, qname.data(), end) == end &&
+          (child->ns == nullptr || child->ns->prefix == nullptr)) {
+        return NodePtr(child);
+      }
+    }
+    return NodePtr();
+  }
+  // The first byte turns most siblings away before the whole name is compared.
+  for (xmlNodePtr child = m_node->children; child != nullptr; child = child->next) {
+    if (child->type != XML_ELEMENT_NODE) continue;
+    const xmlChar* lead = child->ns != nullptr && child->ns->prefix != nullptr
+                              ? child->ns->prefix
+                              : child->name;
+    if (lead == nullptr || static_cast<char>(lead[0]) != first) continue;
+    if (ElementNameIs(child, qname)) return NodePtr(child);
+  }
+  return NodePtr();
+}
+
+std::string_view NodePtr::valueView() const {
+  if (m_node == nullptr) return {};
+  switch (m_node->type) {
+    case XML_TEXT_NODE:
+    case XML_CDATA_SECTION_NODE:
+    case XML_COMMENT_NODE:
+    case XML_PI_NODE:
+      return m_node->content != nullptr ? std::string_view(C(m_node->content))
+                                        : std::string_view();
+    default:
+      return {};
+  }
+}
+
 Node NodePtr::ref() const { return NodeAccess::Make(m_node); }
 
 // ---- Node: identity ----------------------------------------------------------------
@@ -237,6 +314,24 @@ int Node::get_nodeValue(std::string& out) const {
   }
 }
 
+namespace {
+
+// Gives a text or CDATA node new text. The old text may be the node's own
+// copy, a string of the document's dictionary, or kept inside the node
+// itself; only the first is freed.
+void ReplaceContent(xmlNodePtr node, std::string_view utf8) {
+  xmlChar* copy = EngineString(utf8);
+  xmlChar* old = node->content;
+  const bool owned = old != nullptr && old != reinterpret_cast<xmlChar*>(&node->properties) &&
+                     !(node->doc != nullptr && node->doc->dict != nullptr &&
+                       xmlDictOwns(node->doc->dict, old) == 1);
+  node->content = copy;
+  node->properties = nullptr;
+  if (owned) xmlFree(old);
+}
+
+}  // namespace
+
 bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns) {
   xmlNodePtr node = element;
   while (node != nullptr) {
@@ -260,6 +355,11 @@ bool NamespaceInUse(xmlNodePtr element, xmlNsPtr ns) {
 int Node::put_nodeValue(std::string_view utf8) {
   if (m_node == nullptr) return kInvalidArg;
   if (!IsXmlText(utf8) || utf8.find('\0') != std::string_view::npos) return kInvalidArg;
+  if (m_ns == nullptr &&
+      (m_node->type == XML_TEXT_NODE || m_node->type == XML_CDATA_SECTION_NODE)) {
+    ReplaceContent(m_node, utf8);
+    return kOk;
+  }
   QuietEngine quiet;
   if (m_ns != nullptr) {
     if (utf8.empty() && m_ns->prefix != nullptr) return kInvalidArg;

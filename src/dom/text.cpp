@@ -1,4 +1,5 @@
 // What text and names the tree accepts: only what a parser reads back.
+#include <cstring>
 #include <new>
 
 #include "dom/internal.h"
@@ -52,9 +53,11 @@ bool IsQualifiedName(std::string_view name) {
 
 xmlChar* EngineString(std::string_view text) {
   if (text.size() > static_cast<size_t>(INT32_MAX)) throw std::bad_alloc();
-  xmlChar* copy = xmlStrndup(X(text.data() != nullptr ? text.data() : ""),
-                             static_cast<int>(text.size()));
+  // Copied here rather than by the engine, which would print when memory runs out.
+  auto* copy = static_cast<xmlChar*>(xmlMalloc(text.size() + 1));
   if (copy == nullptr) throw std::bad_alloc();
+  if (!text.empty()) std::memcpy(copy, text.data(), text.size());
+  copy[text.size()] = 0;
   return copy;
 }
 

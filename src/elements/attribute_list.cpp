@@ -29,7 +29,7 @@ int FindAttributeAt(const ElementTable& table, unsigned handle, const char* path
     Report("EnumAttribute: element handle is invalid");
     return -6;
   }
-  const dom::Node node = WalkPath(*start, NormalizePath(path).get());
+  const dom::Node node = WalkPath(*start, path);
   if (!node) {
     Report("EnumAttribute: element path is invalid");
     return -102;
@@ -62,14 +62,13 @@ int CTreeKeeper::DeleteAttribute(unsigned handle, const char* path, const char* 
     Report("DeleteAttribute: element handle is invalid");
     return -6;
   }
-  const std::unique_ptr<char[]> normalized = NormalizePath(path);
   // The name is checked before the path is followed, so a call with both
   // wrong is told about the name.
   if (name == nullptr) {
     Report("DeleteAttribute: attribute name is invalid");
     return -103;
   }
-  const dom::Node node = WalkPath(*start, normalized.get());
+  const dom::Node node = WalkPath(*start, path);
   if (!node) {
     Report("DeleteAttribute: element path is invalid");
     return -102;

@@ -110,9 +110,8 @@ int CTreeKeeper::DeleteElement(unsigned handle, const char* path) {
   const dom::Node* start = m_table.live(handle);
   if (start == nullptr) return -6;
   // An empty path would name the handle's own element, which is never removed.
-  const std::unique_ptr<char[]> normalized = NormalizePath(path);
-  if (!normalized) return -102;
-  const dom::Node found = WalkPath(*start, normalized.get());
+  if (path == nullptr || path[0] == '\0') return -102;
+  const dom::Node found = WalkPath(*start, path);
   if (!found) return -102;
   dom::Node parent;
   dom::Node removed;

@@ -122,7 +122,7 @@ int CTreeKeeper::EnumElement(unsigned handle, const char* path, const char* name
     Report("EnumElement: element handle is invalid");
     return -6;
   }
-  const dom::Node node = WalkPath(start, NormalizePath(path).get());
+  const dom::Node node = WalkPath(start, path);
   if (!node) {
     Report("EnumElement(with same name): element path is invalid");
     return -102;

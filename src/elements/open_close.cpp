@@ -63,8 +63,7 @@ unsigned CTreeKeeper::OpenElement(const char* path) {
     rest = slash == std::string_view::npos ? path + whole.size() : path + slash + 1;
   }
 
-  const std::unique_ptr<char[]> normalized = NormalizePath(rest);
-  dom::Node found = WalkPath(root, normalized.get());
+  dom::Node found = WalkPath(root, rest);
   if (!found) return 0;
   if (found.isSameNode(root)) return ElementTable::kRootHandle;
   return m_table.append(std::move(found));

@@ -19,15 +19,14 @@ bool NameMatches(dom::NodePtr child, std::string_view component, bool defaultIsU
   return DomToAnsi(name, scratch) == component;
 }
 
-// The first element child of parent named component, or a null node. Gives
-// null when parent has no children or the question fails.
-dom::Node FindChild(const dom::Node& parent, std::string_view component, bool defaultIsUtf8) {
-  bool has = false;
-  if (parent.hasChildNodes(has) < 0 || !has) return dom::Node();
+// The first element child of parent named component, or null. The common
+// case, names compared as the tree holds them, stays in one tight scan.
+dom::NodePtr FindChild(dom::NodePtr parent, std::string_view component, bool defaultIsUtf8) {
+  if (defaultIsUtf8) return parent.childElement(component);
   for (dom::NodePtr child = parent.firstChild(); child; child = child.nextSibling()) {
-    if (NameMatches(child, component, defaultIsUtf8)) return child.ref();
+    if (NameMatches(child, component, false)) return child;
   }
-  return dom::Node();
+  return dom::NodePtr();
 }
 
 }  // namespace
@@ -48,23 +47,30 @@ bool ElementNameMatches(dom::NodePtr child, std::string_view component) {
   return NameMatches(child, component, cp::DefaultIsUtf8());
 }
 
-dom::Node WalkPath(const dom::Node& start, const char* normalized) {
-  if (normalized == nullptr || normalized[0] == '\0') return start;
+dom::NodePtr WalkPath(dom::NodePtr start, const char* path) {
+  if (path == nullptr || path[0] == '\0') return start;
   const bool defaultIsUtf8 = cp::DefaultIsUtf8();
-  dom::Node current = start;
-  const char* cursor = normalized;
-  // Only a "/" ends a component; bytes behind the last one are not looked at.
-  while (const char* slash = std::strchr(cursor, '/')) {
-    const std::string_view component(cursor, static_cast<size_t>(slash - cursor));
+  dom::NodePtr current = start;
+  const char* cursor = path;
+  while (*cursor != '\0') {
+    const char* end = cursor;
+    while (*end != '\0' && *end != '/') ++end;
+    const std::string_view component(cursor, static_cast<size_t>(end - cursor));
     // An empty component names nothing, and one past the limit is refused
     // rather than truncated.
-    if (component.empty() || component.size() > kMaxComponent) return dom::Node();
-    dom::Node next = FindChild(current, component, defaultIsUtf8);
-    if (!next) return dom::Node();
-    current = std::move(next);
-    cursor = slash + 1;
+    if (component.empty() || component.size() > kMaxComponent) return dom::NodePtr();
+    current = FindChild(current, component, defaultIsUtf8);
+    if (!current) return dom::NodePtr();
+    cursor = *end == '/' ? end + 1 : end;
   }
   return current;
+}
+
+dom::Node WalkPath(const dom::Node& start, const char* path) {
+  if (path == nullptr || path[0] == '\0') return start;
+  // The walk holds no references: nothing changes the tree while it runs.
+  // Only the element found is counted.
+  return WalkPath(start.ptr(), path).ref();
 }
 
 }  // namespace tk

@@ -20,10 +20,14 @@ std::unique_ptr<char[]> NormalizePath(const char* path);
 // when the default code page is UTF-8.
 bool ElementNameMatches(dom::NodePtr child, std::string_view component);
 
-// Follows a normalised path from start through element children, first match
-// at each level, no backtracking. Returns start itself for a null or empty
-// path, the element found, or a null node when nothing matches (also for a
-// component longer than kMaxComponent).
-dom::Node WalkPath(const dom::Node& start, const char* normalized);
+// Follows a path from start through element children, first match at each
+// level, no backtracking; one trailing "/" is allowed, so a normalised path
+// walks the same. Returns start itself for a null or empty path, the element
+// found, or a null node when nothing matches (also for an empty component or
+// one longer than kMaxComponent).
+dom::Node WalkPath(const dom::Node& start, const char* path);
+// The same walk without a counted reference to the result: for reads and
+// writes that finish before the tree changes.
+dom::NodePtr WalkPath(dom::NodePtr start, const char* path);
 
 }  // namespace tk

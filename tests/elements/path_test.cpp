@@ -48,8 +48,12 @@ class WalkPathTest : public ::testing::Test {
     EXPECT_GE(parent.appendChild(child, inTree), 0);
     return inTree;
   }
+  // Walks the path as the client gave it and normalised; both must agree.
   static dom::Node Walk(const dom::Node& start, const std::string& path) {
-    return WalkPath(start, NormalizePath(path.c_str()).get());
+    dom::Node raw = WalkPath(start, path.c_str());
+    const dom::Node normalized = WalkPath(start, NormalizePath(path.c_str()).get());
+    EXPECT_TRUE(raw.isSameNode(normalized)) << path;
+    return raw;
   }
 
   dom::Document doc;
@@ -94,6 +98,27 @@ TEST_F(WalkPathTest, ComponentLengthAndPathDepth) {
   EXPECT_TRUE(Walk(root, path).isSameNode(deepest));
   while (path.size() < (1u << 20)) path += "/e";
   EXPECT_FALSE(Walk(root, path));
+}
+
+TEST_F(WalkPathTest, PrefixedNamesMatchTheirQualifiedName) {
+  const std::string xml = "<r xmlns:p='urn:p'><x/><p:x/><p:y/></r>";
+  ASSERT_EQ(doc.loadBytes(xml.data(), xml.size()), 0);
+  dom::Node r;
+  ASSERT_EQ(doc.get_documentElement(r), 0);
+  const dom::Node made = Add(r, Element("p:y"));  // a name with a colon, in no namespace
+  dom::Node children[3];
+  dom::NodePtr child = r.firstChild();
+  for (dom::Node& out : children) {
+    out = child.ref();
+    child = child.nextSibling();
+  }
+  EXPECT_TRUE(Walk(r, "x").isSameNode(children[0]));
+  EXPECT_TRUE(Walk(r, "p:x").isSameNode(children[1]));
+  EXPECT_TRUE(Walk(r, "p:y").isSameNode(children[2]));
+  EXPECT_FALSE(Walk(r, "y"));
+  EXPECT_FALSE(Walk(r, "p:"));
+  EXPECT_FALSE(Walk(r, ":x"));
+  r.reset();
 }
 
 TEST_F(WalkPathTest, NamesCompareInTheDefaultCodePage) {
