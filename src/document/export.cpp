@@ -11,14 +11,15 @@ namespace tk {
 // The client's text is written only through its virtual clear() and append(),
 // and only once the node has been serialised.
 int OutputNode(outputstr& out, const dom::Node& node) {
-  std::string xml;
+  // The serialised text is read where the serialiser left it.
+  dom::XmlText xml;
   if (node.get_xml(xml) < 0) {
     Report("outputnode : get_xml error");
     return -1;
   }
   out.clear();
   out.append(kExportDeclaration);
-  return Ucs2ToUtf8(xml, out);
+  return Ucs2ToUtf8Terminated(xml.view(), out);
 }
 
 int CTreeKeeper::ExportToStream(outputstr& out) {

@@ -6,6 +6,10 @@
 #include <memory>
 #include <new>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <treekeeper/treekeeper.h>
 
 #include "document/codepage.h"
@@ -23,7 +27,20 @@ std::string_view UpToNul(std::string_view src) {
 }
 
 // Offset of the first byte from 0xF0 up (the lead of a 4-byte sequence), or n.
+// Exports run through here whole, so it looks at 16 bytes a step.
 size_t FindHighLead(const unsigned char* p, size_t n) {
+#if defined(__SSE2__)
+  const __m128i leads = _mm_set1_epi8(static_cast<char>(0xF0));
+  size_t i = 0;
+  for (; i + 16 <= n; i += 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    // A byte is from 0xF0 up when its top four bits are all set.
+    const int mask = _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(bytes, leads), leads));
+    if (mask != 0) return i + static_cast<size_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+  }
+  while (i < n && p[i] < 0xF0) ++i;
+  return i;
+#else
   constexpr uint64_t kOnes = 0x0101010101010101ull;
   constexpr uint64_t kHighBits = 0x8080808080808080ull;
   constexpr uint64_t kLeads = 0xF0F0F0F0F0F0F0F0ull;
@@ -36,6 +53,7 @@ size_t FindHighLead(const unsigned char* p, size_t n) {
   }
   while (i < n && p[i] < 0xF0) ++i;
   return i;
+#endif
 }
 
 // True if the bytes at p (n left) are a well-formed 4-byte sequence.
@@ -105,13 +123,13 @@ char* Encode(std::string_view text, char* dst) {
 // followed by a NUL, so it can be appended as it stands.
 int AppendTextForm(std::string_view text, bool terminated, outputstr& out) {
   if (text.empty()) return -1;
-  const size_t fours = CountFourByte(text);
-  const size_t size = text.size() + 2 * fours + 1;
-  if (size > static_cast<size_t>(INT32_MAX)) {
-    Report("Ucs2ToUtf8 error, errcode :");
-    return -1;
-  }
-  if (fours == 0) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t plain = FindHighLead(bytes, text.size());
+  if (plain == text.size()) {
+    if (text.size() + 1 > static_cast<size_t>(INT32_MAX)) {
+      Report("Ucs2ToUtf8 error, errcode :");
+      return -1;
+    }
     if (terminated) {
       out.append(text.data());
     } else {
@@ -120,8 +138,17 @@ int AppendTextForm(std::string_view text, bool terminated, outputstr& out) {
     }
     return 0;
   }
-  std::unique_ptr<char[]> buffer(new char[size + 1]());
-  Encode(text, buffer.get());
+  // A 4-byte sequence becomes 6 bytes, so half as much again always has
+  // room, and what isn't written is never touched: the text is converted in
+  // one pass and measured afterwards instead of counted first.
+  std::unique_ptr<char[]> buffer(new char[text.size() + text.size() / 2 + 1]);
+  std::memcpy(buffer.get(), text.data(), plain);
+  char* end = Encode(text.substr(plain), buffer.get() + plain);
+  *end = '\0';
+  if (static_cast<size_t>(end - buffer.get()) + 1 > static_cast<size_t>(INT32_MAX)) {
+    Report("Ucs2ToUtf8 error, errcode :");
+    return -1;
+  }
   out.append(buffer.get());
   return 0;
 }
@@ -160,6 +187,10 @@ int Ucs2ToUtf8(std::string_view src, outputstr& out) {
 
 int Ucs2ToUtf8(const std::string& src, outputstr& out) {
   return AppendTextForm(UpToNul(src), true, out);
+}
+
+int Ucs2ToUtf8Terminated(std::string_view text, outputstr& out) {
+  return AppendTextForm(text, true, out);
 }
 
 int Ucs2ToUtf8(const char* src, outputstr& out) {

@@ -52,6 +52,7 @@ uint64_t TreeStamp();
 
 class Node;
 class NodeList;
+class XmlText;
 class AttrMap;
 class Document;
 
@@ -133,6 +134,8 @@ class Node {
   // The node and its subtree as UTF-8 XML text, no declaration, non-ASCII as
   // raw UTF-8, empty elements as <a/>, attributes in double quotes.
   int get_xml(std::string& out) const;
+  // The same text left where the serialiser wrote it, without a copy.
+  int get_xml(XmlText& out) const;
 
  private:
   friend class NodePtr;
@@ -143,6 +146,24 @@ class Node {
   friend struct NodeAccess;
   _xmlNode* m_node = nullptr;  // the node; for a namespace declaration, its element
   _xmlNs* m_ns = nullptr;      // set only for a namespace declaration seen as an attribute
+};
+
+// Serialised XML as Node::get_xml leaves it: in the serialiser's own buffer,
+// followed by a NUL. Holds that buffer until destroyed or written again.
+class XmlText {
+ public:
+  XmlText() = default;
+  XmlText(const XmlText&) = delete;
+  XmlText& operator=(const XmlText&) = delete;
+  ~XmlText();
+  std::string_view view() const { return m_view; }
+
+ private:
+  friend class Node;
+  void reset();
+  void* m_buffer = nullptr;  // the serialiser's output buffer
+  std::string m_own;         // the text of a namespace declaration
+  std::string_view m_view;
 };
 
 // The live child list of a node, in document order. Index access is O(1)

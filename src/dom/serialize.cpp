@@ -1,5 +1,6 @@
 // get_xml: a node and its subtree as UTF-8 XML text, written by the
-// engine's serialiser straight into one buffer and copied out once.
+// engine's serialiser straight into one buffer, which the caller may read
+// in place.
 #include <libxml/xmlIO.h>
 #include <libxml/xmlsave.h>
 
@@ -184,14 +185,31 @@ void Dump(xmlOutputBufferPtr buffer, xmlNodePtr node) {
 
 }  // namespace
 
+XmlText::~XmlText() { reset(); }
+
+void XmlText::reset() {
+  if (m_buffer != nullptr) xmlOutputBufferClose(static_cast<xmlOutputBufferPtr>(m_buffer));
+  m_buffer = nullptr;
+  m_own.clear();
+  m_view = {};
+}
+
 int Node::get_xml(std::string& out) const {
-  out.clear();
+  XmlText text;
+  const int status = get_xml(text);
+  out.assign(text.view());
+  return status;
+}
+
+int Node::get_xml(XmlText& out) const {
+  out.reset();
   if (m_node == nullptr) return kInvalidArg;
   if (m_ns != nullptr) {
-    AppendName(m_node, m_ns, out);
-    out += "=\"";
-    AppendEscapedAttribute(m_ns->href, out);
-    out += '"';
+    AppendName(m_node, m_ns, out.m_own);
+    out.m_own += "=\"";
+    AppendEscapedAttribute(m_ns->href, out.m_own);
+    out.m_own += '"';
+    out.m_view = out.m_own;
     return kOk;
   }
   QuietEngine quiet;
@@ -211,11 +229,16 @@ int Node::get_xml(std::string& out) const {
   if (buffer->error != 0) return kFail;
   const char* text = C(xmlOutputBufferGetContent(buffer.get()));
   size_t size = xmlOutputBufferGetSize(buffer.get());
+  if (text == nullptr) {
+    text = "";
+    size = 0;
+  }
   if (m_node->type == XML_ATTRIBUTE_NODE && size > 0 && text[0] == ' ') {
     ++text;  // the serialiser writes an attribute with its separating blank
     --size;
   }
-  out.assign(text != nullptr ? text : "", size);
+  out.m_view = std::string_view(text, size);
+  out.m_buffer = buffer.release();
   return kOk;
 }
 
