@@ -75,6 +75,10 @@ class NodePtr {
   // tree holds it (empty for other nodes). Borrowed like the NodePtr itself.
   std::string_view valueView() const;
   Node ref() const;  // a counted reference to the same node
+  // A hint that a reference to this node will be taken soon: starts loading
+  // what that reads, so that walks over trees larger than the caches don't
+  // wait for memory on every step.
+  void prefetch() const;
   // The same node; a stored NodePtr compares meaningfully only while the tree
   // stamp has not moved since it was taken.
   bool operator==(const NodePtr& other) const = default;

@@ -75,6 +75,10 @@ ScanResult ScanByName(const dom::Node& parent, std::string_view name, uint32_t i
   ScanResult result;
   result.count = static_cast<uint32_t>(matches->size());
   if (index < matches->size()) result.wanted = (*matches)[index].ref();
+  // Clients walk the matches in order; a match a few calls ahead starts
+  // loading now, so a long walk doesn't wait for memory at every call.
+  constexpr size_t kAhead = 2;
+  if (index + kAhead < matches->size()) (*matches)[index + kAhead].prefetch();
   return result;
 }
 
@@ -157,7 +161,7 @@ int CTreeKeeper::EnumElement(unsigned handle, const char* path, const char* name
     return -110;
   }
   if (!scan.wanted) return -1;
-  *outHandle = m_table.append(scan.wanted);
+  *outHandle = m_table.append(std::move(scan.wanted));
   *ioIndex = scan.count;
   return 0;
 }
