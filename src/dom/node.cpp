@@ -47,6 +47,28 @@ const xmlChar* PrefixOf(const xmlNode* node) {
   return nullptr;
 }
 
+// Matches the NUL-terminated text against the front of [want, end) in one
+// pass, stopping at the first byte that differs; returns where the match
+// ends, or null when it fails.
+inline const char* MatchFront(const char* text, const char* want, const char* end) {
+  for (; *text != '\0'; ++text, ++want) {
+    if (want == end || *want != *text) return nullptr;
+  }
+  return want;
+}
+
+// The qualified name of an element or attribute compared where it lies: the
+// prefix (when its namespace has one), a colon, then the local name.
+inline bool QualifiedNameIs(const xmlNode* node, std::string_view name) {
+  const char* want = name.data();
+  const char* const end = want + name.size();
+  if (const xmlChar* prefix = PrefixOf(node)) {
+    want = MatchFront(C(prefix), want, end);
+    if (want == nullptr || want == end || *want++ != ':') return false;
+  }
+  return node->name != nullptr && MatchFront(C(node->name), want, end) == end;
+}
+
 }  // namespace
 
 void AppendName(const xmlNode* node, const xmlNs* ns, std::string& out) {
@@ -69,36 +91,21 @@ void AppendName(const xmlNode* node, const xmlNs* ns, std::string& out) {
   if (node->name != nullptr) out += C(node->name);
 }
 
-namespace {
-
-// Matches the NUL-terminated part against the front of name in one pass,
-// stopping at the first byte that differs; on a match drops it from name.
-bool Consume(std::string_view& name, const char* part) {
-  size_t i = 0;
-  for (; part[i] != '\0'; ++i) {
-    if (i == name.size() || name[i] != part[i]) return false;
-  }
-  name.remove_prefix(i);
-  return true;
-}
-
-}  // namespace
-
 bool NameEquals(const xmlNode* node, const xmlNs* ns, std::string_view name) {
   if (node == nullptr) return false;
+  const char* const end = name.data() + name.size();
   if (ns != nullptr) {
-    if (!Consume(name, "xmlns")) return false;
-    if (ns->prefix == nullptr) return name.empty();
-    return Consume(name, ":") && Consume(name, C(ns->prefix)) && name.empty();
+    const char* want = MatchFront("xmlns", name.data(), end);
+    if (want == nullptr) return false;
+    if (ns->prefix == nullptr) return want == end;
+    if (want == end || *want++ != ':') return false;
+    return MatchFront(C(ns->prefix), want, end) == end;
   }
   // Elements, the common case of a path walk, go straight to their name.
   if (node->type != XML_ELEMENT_NODE) {
-    if (const char* fixed = FixedName(node)) return Consume(name, fixed) && name.empty();
+    if (const char* fixed = FixedName(node)) return MatchFront(fixed, name.data(), end) == end;
   }
-  if (const xmlChar* prefix = PrefixOf(node)) {
-    if (!Consume(name, C(prefix)) || !Consume(name, ":")) return false;
-  }
-  return node->name != nullptr && Consume(name, C(node->name)) && name.empty();
+  return QualifiedNameIs(node, name);
 }
 
 // ---- NodePtr ---------------------------------------------------------------------
@@ -119,32 +126,6 @@ NodePtr NodePtr::firstChild() const {
   return NodePtr(m_node != nullptr ? FirstChild(m_node) : nullptr);
 }
 
-namespace {
-
-// Element names compared where they lie: the prefix (when the element's
-// namespace has one), a colon, then the local name, stopping at the first
-// byte that differs.
-// Matches the NUL-terminated text against the front of [want, end) and
-// returns where the match ends, or null when it fails.
-inline const char* MatchFront(const xmlChar* text, const char* want, const char* end) {
-  for (; *text != 0; ++text, ++want) {
-    if (want == end || *want != static_cast<char>(*text)) return nullptr;
-  }
-  return want;
-}
-
-inline bool ElementNameIs(const xmlNode* element, std::string_view name) {
-  const char* want = name.data();
-  const char* const end = want + name.size();
-  if (element->ns != nullptr && element->ns->prefix != nullptr) {
-    want = MatchFront(element->ns->prefix, want, end);
-    if (want == nullptr || want == end || *want++ != ':') return false;
-  }
-  return element->name != nullptr && MatchFront(element->name, want, end) == end;
-}
-
-}  // namespace
-
 NodePtr NodePtr::childElement(std::string_view qname) const {
   if (m_node == nullptr || qname.empty() || !HasChildList(m_node)) return NodePtr();
   // Only elements can match, and they are always visible, so the raw sibling
@@ -159,7 +140,7 @@ NodePtr NodePtr::childElement(std::string_view qname) const {
           static_cast<char>(child->name[0]) != first) {
         continue;
       }
-      if (MatchFront(child->name, qname.data(), end) == end &&
+      if (MatchFront(C(child->name), qname.data(), end) == end &&
           (child->ns == nullptr || child->ns->prefix == nullptr)) {
         return NodePtr(child);
       }
@@ -173,7 +154,7 @@ NodePtr NodePtr::childElement(std::string_view qname) const {
                               ? child->ns->prefix
                               : child->name;
     if (lead == nullptr || static_cast<char>(lead[0]) != first) continue;
-    if (ElementNameIs(child, qname)) return NodePtr(child);
+    if (QualifiedNameIs(child, qname)) return NodePtr(child);
   }
   return NodePtr();
 }
