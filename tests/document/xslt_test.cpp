@@ -1,5 +1,4 @@
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <treekeeper/treekeeper.h>
@@ -13,7 +12,6 @@ using tk::test::DocumentText;
 using tk::test::Instance;
 using tk::test::LoadText;
 using tk::test::MessageLog;
-using Messages = std::vector<std::string>;
 
 std::string Sheet(const std::string& body, const std::string& attributes = "") {
   return "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'" +
@@ -28,7 +26,7 @@ const std::string kRename =
 const std::string kIdentity = Sheet(
     "<xsl:template match='@*|node()'><xsl:copy><xsl:apply-templates select='@*|node()'/>"
     "</xsl:copy></xsl:template>");
-const Messages kNoRoot{"ApplyXSLT: root element is invalid\n"};
+const std::string kNoRoot = "ApplyXSLT: root element is invalid\n";
 
 int Apply(const Instance& instance, const std::string& stylesheet, int size = 1) {
   return instance.xslt()->ApplyXSLT(stylesheet.c_str(), size);
@@ -41,18 +39,6 @@ std::string Name(const Instance& instance, unsigned handle) {
   return result == 0 ? std::string(buffer) : "error " + std::to_string(result);
 }
 
-TEST(ApplyXslt, RefusedWithoutRoot) {
-  MessageLog log;
-  Instance fresh;
-  EXPECT_EQ(Apply(fresh, kIdentity), -1);
-  // A created root dies with its handle, so after CloseAllElements there is none.
-  Instance created;
-  ASSERT_EQ(created->CreateEmpty("root"), 0);
-  created->CloseAllElements();
-  EXPECT_EQ(Apply(created, kIdentity), -1);
-  EXPECT_EQ(log.messages(), Messages(2, kNoRoot[0]));
-}
-
 TEST(ApplyXslt, OpenHandlesAndTheTrim) {
   MessageLog log;
   Instance instance;
@@ -63,7 +49,7 @@ TEST(ApplyXslt, OpenHandlesAndTheTrim) {
   EXPECT_EQ(instance->CloseElement(102), 0);
   EXPECT_EQ(instance->CloseElement(103), 0);
   EXPECT_EQ(Apply(instance, kIdentity), -1);
-  EXPECT_EQ(log.messages(), Messages{"ApplyXSLT: open handles present\n"});
+  EXPECT_EQ(log.joined(), "ApplyXSLT: open handles present\n");
   EXPECT_EQ(instance->GetHandleCount(), 2u);
 
   // [root, closed, live]: refused and unchanged.
@@ -75,9 +61,7 @@ TEST(ApplyXslt, OpenHandlesAndTheTrim) {
 
   // [root, closed] after closing the last one: trimmed to [root], and it runs.
   EXPECT_EQ(instance->CloseElement(d), 0);
-  log.clear();
   EXPECT_EQ(Apply(instance, kRename), 0);
-  EXPECT_TRUE(log.messages().empty()) << log.joined();
   EXPECT_EQ(instance->GetHandleCount(), 1u);
   EXPECT_EQ(Name(instance, 100), "new");
 }
@@ -87,31 +71,22 @@ TEST(ApplyXslt, ResultReplacesTheDocument) {
   ASSERT_EQ(LoadText(instance.tk, "<old a='1'><v>text \xC3\xA9</v></old>"), 0);
   instance->CloseAllElements();  // a loaded root outlives its handle
   ASSERT_EQ(Apply(instance, kRename, 0), 0);  // size has no effect
-  EXPECT_EQ(instance->GetHandleCount(), 1u);
   EXPECT_EQ(DocumentText(instance.tk), "<new a=\"1\"><v>text \xC3\xA9</v></new>");
-  char value[32];
-  unsigned size = sizeof value;
-  EXPECT_EQ(instance->GetElementValue(100, "v", TK_VALUE_TEXT, &size, value), 0);
-  EXPECT_STREQ(value, "text \xC3\xA9");
 
   // A created root is the document's element to the stylesheet: "/" is above it.
   Instance created;
   ASSERT_EQ(created->CreateEmpty("root"), 0);
   ASSERT_EQ(created->SetElementValue(100, nullptr, TK_VALUE_TEXT, 5, "hello"), 0);
-  unsigned child = 0;
-  ASSERT_EQ(created->CreateElement(100, "child", &child), 0);
-  ASSERT_EQ(created->CloseElement(child), 0);
   ASSERT_EQ(Apply(created, Sheet("<xsl:template match='/'><top><xsl:copy-of "
                                  "select='root/node()'/></top></xsl:template>")),
             0);
-  EXPECT_EQ(DocumentText(created.tk), "<top>hello<child/></top>");
+  EXPECT_EQ(DocumentText(created.tk), "<top>hello</top>");
 }
 
+// Neither the stylesheet's nor the transformation's failure is reported.
 TEST(ApplyXslt, FailuresLeaveTheDocumentAsItWas) {
   const std::string failing[] = {
-      "<xsl:stylesheet",  // not well-formed
-      "<notxsl/>",
-      "",
+      "<xsl:stylesheet", "<notxsl/>", "",
       Sheet("<xsl:template match='/'><xsl:message terminate='yes'>stop</xsl:message>"
             "</xsl:template>"),
       Sheet("<xsl:template match='/'><xsl:value-of select='no-such-function()'/>"
@@ -121,65 +96,50 @@ TEST(ApplyXslt, FailuresLeaveTheDocumentAsItWas) {
   MessageLog log;
   Instance instance;
   ASSERT_EQ(LoadText(instance.tk, xml), 0);
+  EXPECT_EQ(instance.xslt()->ApplyXSLT(nullptr, 0), -1);
   for (const std::string& stylesheet : failing) {
     SCOPED_TRACE(stylesheet);
     EXPECT_EQ(Apply(instance, stylesheet), -1);
-    EXPECT_EQ(instance->GetHandleCount(), 1u);
     EXPECT_EQ(Name(instance, 100), "doc");
     EXPECT_EQ(DocumentText(instance.tk), xml);
   }
-  EXPECT_EQ(instance.xslt()->ApplyXSLT(nullptr, 0), -1);
-  EXPECT_EQ(Name(instance, 100), "doc");
   EXPECT_TRUE(log.messages().empty()) << log.joined();
 }
 
-TEST(ApplyXslt, ResultWithoutElementLeavesAClosedSlot) {
+// Without a root nothing runs: in a fresh instance, and after a result that
+// had no element, which leaves a closed slot at index 0.
+TEST(ApplyXslt, RefusedWithoutRoot) {
   MessageLog log;
   Instance instance;
+  EXPECT_EQ(Apply(instance, kIdentity), -1);
+  EXPECT_EQ(log.joined(), kNoRoot);
   ASSERT_EQ(LoadText(instance.tk, "<a>text</a>"), 0);
   ASSERT_EQ(Apply(instance, Sheet("<xsl:template match='/'>only text</xsl:template>")), 0);
   EXPECT_EQ(instance->GetHandleCount(), 1u);
   EXPECT_EQ(DocumentText(instance.tk), "<error -1>");
   EXPECT_EQ(tk::test::SubTreeText(instance.tk, 100), "<error -102>");
   EXPECT_EQ(Name(instance, 100), "error -6");
-  EXPECT_EQ(instance->OpenElement(100, 0), 0u);
-  EXPECT_EQ(instance->CreateEmpty("x"), -112);  // the table isn't empty
   log.clear();
   EXPECT_EQ(Apply(instance, kIdentity), -1);
-  EXPECT_EQ(log.messages(), kNoRoot);
+  EXPECT_EQ(instance->CreateEmpty("x"), -112);  // the table isn't empty
+  EXPECT_EQ(log.joined(), kNoRoot + "CreateEmpty:  root element exist\n");
 
   instance->CloseAllElements();
-  EXPECT_EQ(instance->GetHandleCount(), 0u);
   ASSERT_EQ(instance->CreateEmpty("made"), 0);
   EXPECT_EQ(Name(instance, 100), "made");
 }
 
-// Stylesheets can neither write files nor read them.
+// Stylesheets can't write files.
 TEST(ApplyXslt, Sandbox) {
   tk::test::TempDir dir;
   const std::string written = dir.path("written.xml");
-  const std::string secret = dir.path("secret.xml");
-  tk::test::WriteFile(secret, "<s>SECRET</s>");
-  const std::string sheets[] = {
-      Sheet("<xsl:template match='/'><r><exsl:document href='" + written +
-                "'><leak/></exsl:document></r></xsl:template>",
-            " xmlns:exsl='http://exslt.org/common' extension-element-prefixes='exsl'"),
-      "<xsl:stylesheet version='1.1' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
-      "<xsl:template match='/'><r><xsl:document href='" + written +
-          "'><leak/></xsl:document></r></xsl:template></xsl:stylesheet>",
-      Sheet("<xsl:template match='/'><r><xsl:value-of select=\"document('" + secret +
-            "')/s\"/></r></xsl:template>"),
-      Sheet("<xsl:template match='/'><r><xsl:value-of select=\"document('file://" + secret +
-            "')/s\"/></r></xsl:template>"),
-  };
-  for (const std::string& sheet : sheets) {
-    Instance instance;
-    ASSERT_EQ(LoadText(instance.tk, "<a/>"), 0);
-    if (Apply(instance, sheet) != 0) {
-      EXPECT_EQ(DocumentText(instance.tk), "<a/>");
-    }
-    EXPECT_EQ(DocumentText(instance.tk).find("SECRET"), std::string::npos) << sheet;
-  }
+  Instance instance;
+  ASSERT_EQ(LoadText(instance.tk, "<a/>"), 0);
+  const int applied = Apply(
+      instance, Sheet("<xsl:template match='/'><r><exsl:document href='" + written +
+                          "'><leak/></exsl:document></r></xsl:template>",
+                      " xmlns:exsl='http://exslt.org/common' extension-element-prefixes='exsl'"));
+  EXPECT_TRUE(applied == 0 || DocumentText(instance.tk) == "<a/>");
   EXPECT_FALSE(tk::test::FileExists(written));
 }
 
