@@ -131,10 +131,6 @@ namespace {
 using Tk = ITreeKeeper*;
 
 constexpr const char* kOldFile = "<old/>\r\n";
-constexpr const char* kIdentity =
-    "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
-    "<xsl:template match='@*|node()'><xsl:copy><xsl:apply-templates select='@*|node()'/>"
-    "</xsl:copy></xsl:template></xsl:stylesheet>";
 
 // One call of the workload: the codes it may give instead of its normal
 // result when memory runs out on the way, and the call. Calls that check

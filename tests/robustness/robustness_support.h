@@ -4,15 +4,20 @@
 #include <sys/resource.h>
 
 #include <chrono>
-#include <cstdint>
-#include <cstdlib>
 #include <future>
 #include <memory>
+#include <string>
 #include <thread>
 
 #include <treekeeper/treekeeper.h>
 
 namespace tk::test {
+
+// A stylesheet that copies the whole document.
+inline constexpr const char* kIdentity =
+    "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+    "<xsl:template match='@*|node()'><xsl:copy><xsl:apply-templates select='@*|node()'/>"
+    "</xsl:copy></xsl:template></xsl:stylesheet>";
 
 // True when another thread gets through a call that takes the instance lock
 // (a whole-document export) within the time given. A lock that was never

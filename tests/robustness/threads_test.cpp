@@ -1,7 +1,7 @@
-// Threads: eight threads on one shared instance, and eight threads with an
-// instance each, running mixed calls; meant to run under ThreadSanitizer
-// too (preset tsan). Bounded in count and in time. Every write must be
-// readable afterwards, exactly once.
+// Threads: eight threads on one shared instance, and eight threads each
+// making and deleting instances of their own while running whole document
+// cycles; meant to run under ThreadSanitizer too (preset tsan). Bounded in
+// count and in time. Every write must be readable afterwards, exactly once.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -22,11 +22,6 @@ constexpr int kRounds = 150;
 // for what was written.
 constexpr auto kTimeBudget = std::chrono::seconds(60);
 
-constexpr const char* kIdentity =
-    "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
-    "<xsl:template match='@*|node()'><xsl:copy><xsl:apply-templates select='@*|node()'/>"
-    "</xsl:copy></xsl:template></xsl:stylesheet>";
-
 // Failures seen on the threads, with the first few described.
 class Failures {
  public:
@@ -43,17 +38,19 @@ class Failures {
   std::string m_text;
 };
 
-std::string ItemPath(int thread, int round) {
-  return "t" + std::to_string(thread) + "/i" + std::to_string(round);
+// Runs body(thread) on every thread until all are done.
+template <typename Body>
+void OnEveryThread(Body body) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) threads.emplace_back(body, t);
+  for (std::thread& thread : threads) thread.join();
 }
 
-std::string ReadText(ITreeKeeper* tk, unsigned handle, const std::string& path) {
+std::string ReadText(ITreeKeeper* tk, const std::string& path) {
   unsigned size = 0;
-  if (tk->GetElementValue(handle, path.c_str(), TK_VALUE_TEXT, &size, nullptr) != -105) return "?";
+  if (tk->GetElementValue(100, path.c_str(), TK_VALUE_TEXT, &size, nullptr) != -105) return "?";
   std::string value(size, '\0');
-  if (tk->GetElementValue(handle, path.c_str(), TK_VALUE_TEXT, &size, value.data()) != 0) {
-    return "?";
-  }
+  if (tk->GetElementValue(100, path.c_str(), TK_VALUE_TEXT, &size, value.data()) != 0) return "?";
   value.resize(size - 1);
   return value;
 }
@@ -70,122 +67,85 @@ TEST(Threads, SharedInstanceLosesNoWrite) {
   const auto deadline = std::chrono::steady_clock::now() + kTimeBudget;
   Failures failures;
   std::vector<int> rounds(kThreads, 0);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int r = 0; r < kRounds && std::chrono::steady_clock::now() < deadline; ++r) {
-        const std::string path = ItemPath(t, r);
-        const std::string value = "v" + std::to_string(t * 1000 + r);
-        unsigned item = 0;
-        if (tk->CreateElement(100, path.c_str(), &item) != 0 ||
-            tk->SetElementValue(item, nullptr, TK_VALUE_TEXT,
-                                static_cast<unsigned>(value.size()), value.data()) != 0 ||
-            tk->setAttributeValue(100, path.c_str(), "n", TK_VALUE_NUMBER, 4, &r) != 0) {
-          failures.add("writes of " + path);
-        }
-        if (ReadText(tk.tk, 100, path) != value) failures.add("read of " + path);
-        unsigned count = 0;
-        const std::string own = "t" + std::to_string(t);
-        unsigned index = 0;
-        if (tk->EnumElement(100, own.c_str(), "i0", &index, nullptr) != 0 || index != 1) {
-          failures.add("count of " + own + "/i0");
-        }
-        tk->EnumElement(item, &count);
-        outputstr out;
-        if (tk->ExportToStream(out) != 0 || tk->ExportSubTreeToStream(item, out) != 0) {
-          failures.add("export of " + path);
-        }
-        tk->GetHandleCount();
-        // Every other round gives its handle back; the rest stay open.
-        if (r % 2 == 0 && tk->CloseElement(item) != 0) failures.add("close of " + path);
-        rounds[t] = r + 1;
+  OnEveryThread([&](int t) {
+    const std::string own = "t" + std::to_string(t);
+    for (int r = 0; r < kRounds && std::chrono::steady_clock::now() < deadline; ++r) {
+      const std::string path = own + "/i" + std::to_string(r);
+      const std::string value = "v" + std::to_string(t * 1000 + r);
+      unsigned item = 0, index = 0, count = 0;
+      if (tk->CreateElement(100, path.c_str(), &item) != 0 ||
+          tk->SetElementValue(item, nullptr, TK_VALUE_TEXT, static_cast<unsigned>(value.size()),
+                              value.data()) != 0 ||
+          tk->setAttributeValue(100, path.c_str(), "n", TK_VALUE_NUMBER, 4, &r) != 0) {
+        failures.add("writes of " + path);
       }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+      if (ReadText(tk.tk, path) != value) failures.add("read of " + path);
+      if (tk->EnumElement(100, own.c_str(), "i0", &index, nullptr) != 0 || index != 1) {
+        failures.add("count of " + own + "/i0");
+      }
+      tk->EnumElement(item, &count);
+      outputstr out;
+      if (tk->ExportToStream(out) != 0 || tk->ExportSubTreeToStream(item, out) != 0) {
+        failures.add("export of " + path);
+      }
+      tk->GetHandleCount();
+      // Every other round gives its handle back; the rest stay open.
+      if (r % 2 == 0 && tk->CloseElement(item) != 0) failures.add("close of " + path);
+      rounds[t] = r + 1;
+    }
+  });
   EXPECT_EQ(failures.count(), 0) << failures.text() << log.joined();
 
   // Every write is there, once, with its value and attribute.
-  const std::string text = ExportText(tk.tk);
   for (int t = 0; t < kThreads; ++t) {
-    EXPECT_GT(rounds[t], 0);
+    const std::string own = "t" + std::to_string(t);
     unsigned index = 0;
-    EXPECT_EQ(tk->EnumElement(100, ("t" + std::to_string(t)).c_str(), nullptr, &index, nullptr),
-              0);
+    EXPECT_EQ(tk->EnumElement(100, own.c_str(), nullptr, &index, nullptr), 0);
     EXPECT_EQ(static_cast<int>(index), rounds[t]);
     for (int r = 0; r < rounds[t]; ++r) {
-      const std::string path = ItemPath(t, r);
-      EXPECT_EQ(ReadText(tk.tk, 100, path), "v" + std::to_string(t * 1000 + r)) << path;
+      const std::string path = own + "/i" + std::to_string(r);
+      EXPECT_EQ(ReadText(tk.tk, path), "v" + std::to_string(t * 1000 + r)) << path;
       uint32_t n = 0;
       unsigned size = sizeof n;
       EXPECT_EQ(tk->GetAttributeValue(100, path.c_str(), "n", TK_VALUE_NUMBER, &size, &n), 0);
       EXPECT_EQ(n, static_cast<uint32_t>(r));
     }
   }
-  EXPECT_NE(text.find("<i0 n=\"0\">v0</i0>"), std::string::npos);
+  EXPECT_NE(ExportText(tk.tk).find("<i0 n=\"0\">v0</i0>"), std::string::npos);
 }
 
-// Instances of their own on every thread: whole document cycles, the XSLT
-// processor and the parser running side by side.
-TEST(Threads, InstancePerThreadRunsWholeCycles) {
+// An instance of its own for every round on every thread: creation and
+// deletion, whole document cycles, the XSLT processor and the parser all
+// running side by side.
+TEST(Threads, InstancesPerThreadComeAndGoRunningWholeCycles) {
   MessageLog log;
   const auto deadline = std::chrono::steady_clock::now() + kTimeBudget;
   Failures failures;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
+  OnEveryThread([&](int t) {
+    const std::string root = "r" + std::to_string(t);
+    for (int r = 0; r < kRounds && std::chrono::steady_clock::now() < deadline; ++r) {
       Instance tk;
-      for (int r = 0; r < kRounds / 2 && std::chrono::steady_clock::now() < deadline; ++r) {
-        const std::string root = "r" + std::to_string(t);
-        const std::string value = std::to_string(t) + "-" + std::to_string(r);
-        if (tk->CreateEmpty(root.c_str()) != 0 || tk->CreateElement(100, "a/b", nullptr) != 0 ||
-            tk->SetElementValue(100, "a/b", TK_VALUE_TEXT, static_cast<unsigned>(value.size()),
-                                value.data()) != 0 ||
-            tk->SetElementCDATAValue(100, "a", TK_VALUE_TEXT, 3, "c<d") != 0) {
-          failures.add("writes of " + root);
-        }
-        const std::string text = ExportText(tk.tk);
-        const std::string expected = std::string(kDeclaration) + "<" + root + "><a><b>" + value +
-                                     "</b><![CDATA[c<d]]></a></" + root + ">";
-        if (text != expected) failures.add("export: " + text);
-        tk->CloseAllElements();
-        if (tk->ImportFromStream(text.c_str(), 1, "copy") != 0) failures.add("import: " + text);
-        const int applied = TkXslt(tk.tk)->ApplyXSLT(kIdentity, 0);
-        const std::string transformed = ExportText(tk.tk);
-        // The transformation's data model has no CDATA: it comes back as text.
-        const std::string plain = std::string(kDeclaration) + "<" + root + "><a><b>" + value +
-                                  "</b>c&lt;d</a></" + root + ">";
-        if (applied != 0 || transformed != plain) {
-          failures.add("ApplyXSLT " + std::to_string(applied) + ": " + transformed);
-        }
-        tk->CloseAllElements();
+      const std::string value = std::to_string(t) + "-" + std::to_string(r);
+      if (tk->CreateEmpty(root.c_str()) != 0 || tk->CreateElement(100, "a/b", nullptr) != 0 ||
+          tk->SetElementValue(100, "a/b", TK_VALUE_TEXT, static_cast<unsigned>(value.size()),
+                              value.data()) != 0 ||
+          tk->SetElementCDATAValue(100, "a", TK_VALUE_TEXT, 3, "c<d") != 0) {
+        failures.add("writes of " + root);
       }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+      const std::string start = std::string(kDeclaration) + "<" + root + "><a><b>" + value + "</b>";
+      const std::string text = ExportText(tk.tk);
+      if (text != start + "<![CDATA[c<d]]></a></" + root + ">") failures.add("export: " + text);
+      tk->CloseAllElements();
+      if (tk->ImportFromStream(text.c_str(), 1, "copy") != 0) failures.add("import: " + text);
+      const int applied = TkXslt(tk.tk)->ApplyXSLT(kIdentity, 0);
+      // The transformation's data model has no CDATA: it comes back as text.
+      const std::string transformed = ExportText(tk.tk);
+      if (applied != 0 || transformed != start + "c&lt;d</a></" + root + ">") {
+        failures.add("ApplyXSLT " + std::to_string(applied) + ": " + transformed);
+      }
+    }
+  });
   EXPECT_EQ(failures.count(), 0) << failures.text() << log.joined();
-}
-
-// Creation and deletion of instances race with work on other instances.
-TEST(Threads, InstancesComeAndGoWhileOthersWork) {
-  const auto deadline = std::chrono::steady_clock::now() + kTimeBudget;
-  Failures failures;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      for (int r = 0; r < kRounds && std::chrono::steady_clock::now() < deadline; ++r) {
-        ITreeKeeper* tk = TkCreateTreeKeeper(nullptr);
-        if (tk == nullptr) {
-          failures.add("creation");
-          continue;
-        }
-        if (tk->ImportFromStream("<a><b x='1'/></a>", 1, nullptr) != 0) failures.add("import");
-        TkDeleteTreeKeeper(tk);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(failures.count(), 0) << failures.text();
 }
 
 }  // namespace
