@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "support/handles.h"
 #include "support/test_support.h"
+#include "support/value_read.h"
 #include "support/xml_text.h"
 
 namespace {
@@ -15,46 +14,14 @@ using tk::test::DocumentText;
 using tk::test::Instance;
 using tk::test::MessageLog;
 using tk::test::ReloadText;
-using tk::test::ResultText;
 
-constexpr unsigned kNoBuffer = 0;  // a null buffer, with a capacity of 64
+constexpr unsigned kNoBuffer = 0;  // a null buffer
 
-// One read of the root's value. A failure gives "<result N> size"; a success
-// gives what the buffer holds and "/size": a number in decimal ("untouched"
-// when left alone), bytes in hex (".." for a byte left alone), text up to its
-// terminator. Bytes written past the reported size (for text: past the
-// capacity) are called out.
+// One read of the root's value, described by DescribeRead.
 std::string Read(ITreeKeeper* tk, int type, unsigned capacity, unsigned codePage = 65001) {
-  unsigned char buffer[64];
-  std::memset(buffer, 0xEE, sizeof buffer);
-  unsigned size = capacity == kNoBuffer ? sizeof buffer : capacity;
-  const int result = tk->GetElementValue(100, nullptr, type, &size,
-                                         capacity == kNoBuffer ? nullptr : buffer, codePage);
-  std::string text;
-  unsigned used = 0;
-  if (result != 0) {
-    text = ResultText(result) + " " + std::to_string(size);
-  } else if (type == TK_VALUE_NUMBER) {
-    uint32_t number;
-    std::memcpy(&number, buffer, sizeof number);
-    text = number == 0xEEEEEEEEu ? "untouched" : std::to_string(number);
-    used = sizeof number;
-  } else if (type == TK_VALUE_BINARY) {
-    for (used = 0; used < size && used < sizeof buffer; ++used) {
-      char hex[3] = "..";
-      if (buffer[used] != 0xEE) std::snprintf(hex, sizeof hex, "%02x", buffer[used]);
-      text += hex;
-    }
-  } else {
-    used = capacity;  // behind the terminator the bytes don't count
-    text.assign(reinterpret_cast<const char*>(buffer), size > 0 ? size - 1 : 0);
-    if (size == 0 || buffer[size - 1] != '\0') text += " (no terminator)";
-  }
-  if (result == 0) text += "/" + std::to_string(size);
-  for (unsigned i = used; i < sizeof buffer; ++i) {
-    if (buffer[i] != 0xEE) return text + " (written past)";
-  }
-  return text;
+  return tk::test::DescribeRead(type, capacity, [&](unsigned* size, void* buffer) {
+    return tk->GetElementValue(100, nullptr, type, size, buffer, codePage);
+  });
 }
 
 int WriteText(ITreeKeeper* tk, const std::string& value) {
@@ -72,47 +39,39 @@ TEST(ElementValueRead, TypesSizesAndChildren) {
   } cases[] = {
       // Numbers come only from decimal digits and saturate; anything else
       // reads as success and leaves the buffer alone.
-      {"0042", TK_VALUE_NUMBER, 4, "42/4"},
-      {"4294967295", TK_VALUE_NUMBER, 4, "4294967295/4"},
-      {"4294967296", TK_VALUE_NUMBER, 4, "4294967295/4"},
-      {"123456789012345678901234567890", TK_VALUE_NUMBER, 4, "4294967295/4"},
-      {"12x", TK_VALUE_NUMBER, 4, "untouched/4"},
-      {"-1", TK_VALUE_NUMBER, 4, "untouched/4"},
-      {" 12", TK_VALUE_NUMBER, 4, "untouched/4"},
-      {"\xD9\xA1", TK_VALUE_NUMBER, 4, "untouched/4"},
+      {"0042", TK_VALUE_NUMBER, 4, "0 4:42"},
+      {"4294967295", TK_VALUE_NUMBER, 4, "0 4:4294967295"},
+      {"4294967296", TK_VALUE_NUMBER, 4, "0 4:4294967295"},
+      {"123456789012345678901234567890", TK_VALUE_NUMBER, 4, "0 4:4294967295"},
+      {"12x", TK_VALUE_NUMBER, 4, "0 4:"},       {"-1", TK_VALUE_NUMBER, 4, "0 4:"},
+      {" 12", TK_VALUE_NUMBER, 4, "0 4:"},       {"\xD9\xA1", TK_VALUE_NUMBER, 4, "0 4:"},
       // Byte strings: a lone last digit is a high nibble; a bad pair is stored
       // as 0 and ends the decoding, still with success.
-      {"0aFF", TK_VALUE_BINARY, 8, "0aff/2"},
-      {"A", TK_VALUE_BINARY, 8, "a0/1"},
-      {"abc", TK_VALUE_BINARY, 8, "abc0/2"},
-      {"a1zz", TK_VALUE_BINARY, 8, "a100/2"},
-      {"0g12", TK_VALUE_BINARY, 8, "00../2"},
+      {"0aFF", TK_VALUE_BINARY, 8, "0 2:0aff"},  {"A", TK_VALUE_BINARY, 8, "0 1:a0"},
+      {"abc", TK_VALUE_BINARY, 8, "0 2:abc0"},   {"a1zz", TK_VALUE_BINARY, 8, "0 2:a100"},
+      {"0g12", TK_VALUE_BINARY, 8, "0 2:00"},
       // A null or short buffer is never written and hears the size needed.
-      {"abc", TK_VALUE_NUMBER, 3, "<result -105> 4"},
-      {"abc", TK_VALUE_NUMBER, kNoBuffer, "<result -105> 4"},
-      {"abc", TK_VALUE_BINARY, 1, "<result -105> 2"},
-      {"abc", TK_VALUE_BINARY, kNoBuffer, "<result -105> 2"},
-      {"abc", TK_VALUE_BINARY, 2, "abc0/2"},
-      {"abc", TK_VALUE_TEXT, 3, "<result -105> 4"},
-      {"abc", TK_VALUE_TEXT, kNoBuffer, "<result -105> 4"},
-      {"abc", TK_VALUE_TEXT, 4, "abc/4"},
+      {"abc", TK_VALUE_NUMBER, 3, "-105 4:"},    {"abc", TK_VALUE_NUMBER, kNoBuffer, "-105 4:"},
+      {"abc", TK_VALUE_BINARY, 1, "-105 2:"},    {"abc", TK_VALUE_BINARY, kNoBuffer, "-105 2:"},
+      {"abc", TK_VALUE_BINARY, 2, "0 2:abc0"},   {"abc", TK_VALUE_TEXT, 3, "-105 4:"},
+      {"abc", TK_VALUE_TEXT, kNoBuffer, "-105 4:"}, {"abc", TK_VALUE_TEXT, 4, "0 4:abc"},
       // Text comes in the asked code page, without best-fit letters; a code
       // page the system refuses gives an empty text.
-      {"\xC3\xA9\xE2\x82\xAC", TK_VALUE_TEXT, 6, "\xC3\xA9\xE2\x82\xAC/6"},
-      {"\xC3\xA9\xE2\x82\xAC", TK_VALUE_TEXT, kNoBuffer, "<result -105> 3", 1252},
-      {"\xC3\xA9\xE2\x82\xAC", TK_VALUE_TEXT, 3, "\xE9\x80/3", 1252},
-      {"\xC4\x80", TK_VALUE_TEXT, 8, "?/2", 1252},
-      {"abc", TK_VALUE_TEXT, kNoBuffer, "<result -105> 0", 4242},
-      {"abc", TK_VALUE_TEXT, 8, "/1", 4242},
+      {"\xC3\xA9\xE2\x82\xAC", TK_VALUE_TEXT, 6, "0 6:\xC3\xA9\xE2\x82\xAC"},
+      {"\xC3\xA9\xE2\x82\xAC", TK_VALUE_TEXT, kNoBuffer, "-105 3:", 1252},
+      {"\xC3\xA9\xE2\x82\xAC", TK_VALUE_TEXT, 3, "0 3:\xE9\x80", 1252},
+      {"\xC4\x80", TK_VALUE_TEXT, 8, "0 2:?", 1252},
+      {"abc", TK_VALUE_TEXT, kNoBuffer, "-105 0:", 4242},
+      {"abc", TK_VALUE_TEXT, 8, "0 1:", 4242},
       // Only text children count, and the last of them decides; without any
       // the size stays as it came.
-      {"", TK_VALUE_NUMBER, 4, "<result -107> 4"},
-      {"", TK_VALUE_TEXT, kNoBuffer, "<result -107> 64"},
-      {"<c>1</c>", TK_VALUE_BINARY, 8, "<result -1> 8"},
-      {"<![CDATA[1]]><!--1-->", TK_VALUE_TEXT, 8, "<result -1> 8"},
-      {"<![CDATA[1]]><!--1-->", TK_VALUE_NUMBER, kNoBuffer, "<result -1> 64"},
-      {"three<!--c-->one", TK_VALUE_TEXT, 64, "one/4"},
-      {"12<!--c-->x", TK_VALUE_NUMBER, 4, "12/4"},  // the bad digits leave the 12
+      {"", TK_VALUE_NUMBER, 4, "-107 4:"},
+      {"", TK_VALUE_TEXT, kNoBuffer, "-107 64:"},
+      {"<c>1</c>", TK_VALUE_BINARY, 8, "-1 8:"},
+      {"<![CDATA[1]]><!--1-->", TK_VALUE_TEXT, 8, "-1 8:"},
+      {"<![CDATA[1]]><!--1-->", TK_VALUE_NUMBER, kNoBuffer, "-1 64:"},
+      {"three<!--c-->one", TK_VALUE_TEXT, 64, "0 4:one"},
+      {"12<!--c-->x", TK_VALUE_NUMBER, 4, "0 4:12"},  // the bad digits leave the 12
   };
   Instance tk;
   for (const auto& c : cases) {
@@ -193,9 +152,9 @@ TEST(ElementValueWrite, EmptyValueMakesAnEmptyTextChild) {
     SCOPED_TRACE(type);
     ASSERT_EQ(ReloadText(tk.tk, "<e/>"), 0);
     EXPECT_EQ(tk->SetElementValue(100, nullptr, type, 0, nullptr), 0);
-    EXPECT_EQ(Read(tk.tk, TK_VALUE_TEXT, 8), "/1");
-    EXPECT_EQ(Read(tk.tk, TK_VALUE_NUMBER, 4), "<result -107> 4");
-    EXPECT_EQ(Read(tk.tk, TK_VALUE_BINARY, 8), "/0");
+    EXPECT_EQ(Read(tk.tk, TK_VALUE_TEXT, 8), "0 1:");
+    EXPECT_EQ(Read(tk.tk, TK_VALUE_NUMBER, 4), "-107 4:");
+    EXPECT_EQ(Read(tk.tk, TK_VALUE_BINARY, 8), "0 0:");
   }
   EXPECT_EQ(tk->SetElementValue(100, nullptr, TK_VALUE_NUMBER, 4, nullptr), -1);
 }
@@ -219,7 +178,7 @@ TEST(ElementValueWrite, BadTextAndOuterPlanes) {
       "A\xC3\xA9\xE2\x82\xAC\xEF\xBF\xBD\xF0\x90\x80\x80\xF0\x9F\xBF\xBF"
       "\xF4\x80\x80\x80\xF4\x8F\xBF\xBF";
   ASSERT_EQ(WriteText(tk.tk, planes), 0);
-  EXPECT_EQ(Read(tk.tk, TK_VALUE_TEXT, 64), planes + "/" + std::to_string(planes.size() + 1));
+  EXPECT_EQ(Read(tk.tk, TK_VALUE_TEXT, 64), "0 26:" + planes);
 }
 
 }  // namespace
