@@ -22,6 +22,10 @@ inline Document Parse(std::string_view xml) {
   return doc;
 }
 
+inline int LoadText(Document& doc, std::string_view xml) {
+  return doc.loadBytes(xml.data(), xml.size());
+}
+
 inline Node Root(const Document& doc) {
   Node root;
   doc.get_documentElement(root);
@@ -66,6 +70,25 @@ inline Node Element(Document& doc, std::string_view name) {
   Node out;
   EXPECT_EQ(doc.createNode(kElement, name, out), kOk) << name;
   return out;
+}
+
+inline Node TextNode(Document& doc, std::string_view text) {
+  Node out;
+  EXPECT_EQ(doc.createTextNode(text, out), kOk) << text;
+  return out;
+}
+
+inline Node Attribute(Document& doc, std::string_view name, std::string_view value = "") {
+  Node attr;
+  EXPECT_EQ(doc.createAttribute(name, attr), kOk) << name;
+  EXPECT_EQ(attr.put_nodeValue(value), kOk);
+  return attr;
+}
+
+inline AttrMap Attributes(const Node& element) {
+  AttrMap map;
+  EXPECT_EQ(element.get_attributes(map), kOk);
+  return map;
 }
 
 inline Node Append(Node parent, const Node& child) {
