@@ -211,9 +211,8 @@ TEST(HostileInput, BrokenEncodingsAndEmbeddedNuls) {
   // UTF-16 with an odd byte count, from a file (text stops at the first NUL).
   TempDir dir;
   const std::string file = dir.path("odd.xml");
-  for (const std::string& bytes : {std::string("\xFF\xFE<\0r\0/\0>\0\n", 11),
-                                   std::string("\xFE\xFF\0<\0r\0/\0>\0", 11),
-                                   std::string("\xFF\xFE<", 3)}) {
+  for (const std::string& bytes :
+       {std::string("\xFF\xFE<\0r\0/\0>\0\n", 11), std::string("\xFE\xFF\0<\0r\0/\0>\0", 11)}) {
     WriteFile(file, bytes);
     tk->CloseAllElements();
     // A whole document before the stray byte may load; nothing else does.
@@ -248,8 +247,6 @@ TEST(HostileInput, MegabytePathsAndNames) {
     unsigned size = 0, index = 0;
     EXPECT_EQ(tk->OpenElement(path.c_str()), 0u);
     EXPECT_EQ(tk->GetElementValue(100, path.c_str(), TK_VALUE_TEXT, &size, nullptr), -102);
-    EXPECT_EQ(tk->setAttributeValue(100, path.c_str(), "a", TK_VALUE_TEXT, 0, "v"), -102);
-    EXPECT_EQ(tk->DeleteElement(100, path.c_str()), -102);
     EXPECT_EQ(tk->EnumElement(100, path.c_str(), &index, nullptr), -102);
   }
   EXPECT_NE(tk->CreateElement(100, component.c_str(), nullptr), 0);

@@ -23,19 +23,14 @@ constexpr int kRounds = 150;
 constexpr auto kTimeBudget = std::chrono::seconds(60);
 
 // Failures seen on the threads, with the first few described.
-class Failures {
- public:
+struct Failures {
   void add(const std::string& what) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (++m_count <= 5) m_text += what + "\n";
+    std::lock_guard<std::mutex> lock(mutex);
+    if (++count <= 5) text += what + "\n";
   }
-  int count() const { return m_count; }
-  const std::string& text() const { return m_text; }
-
- private:
-  std::mutex m_mutex;
-  int m_count = 0;
-  std::string m_text;
+  std::mutex mutex;
+  int count = 0;
+  std::string text;
 };
 
 // Runs body(thread) on every thread until all are done.
@@ -94,7 +89,7 @@ TEST(Threads, SharedInstanceLosesNoWrite) {
       rounds[t] = r + 1;
     }
   });
-  EXPECT_EQ(failures.count(), 0) << failures.text() << log.joined();
+  EXPECT_EQ(failures.count, 0) << failures.text << log.joined();
 
   // Every write is there, once, with its value and attribute.
   for (int t = 0; t < kThreads; ++t) {
@@ -145,7 +140,7 @@ TEST(Threads, InstancesPerThreadComeAndGoRunningWholeCycles) {
       }
     }
   });
-  EXPECT_EQ(failures.count(), 0) << failures.text() << log.joined();
+  EXPECT_EQ(failures.count, 0) << failures.text << log.joined();
 }
 
 }  // namespace
