@@ -41,8 +41,7 @@ TEST(DomAttributes, OrderLookupAndMissingNames) {
     EXPECT_FALSE(item);
     EXPECT_EQ(map.removeNamedItem(name, item), kFalse) << name;
   }
-  Node text = TextNode(doc, "t");
-  EXPECT_EQ(text.get_attributes(map), kFalse);
+  EXPECT_EQ(TextNode(doc, "t").get_attributes(map), kFalse);
   EXPECT_FALSE(map);
 }
 

@@ -13,6 +13,7 @@ namespace {
 
 using tk::test::TempDir;
 using tk::test::WriteFile;
+using namespace std::literals;
 
 TEST(DomLoad, ParseErrorReportsCodeLinePositionUrlAndReason_AndKeepsTheTree) {
   Document doc = Parse("<old/>");
@@ -29,8 +30,9 @@ TEST(DomLoad, ParseErrorReportsCodeLinePositionUrlAndReason_AndKeepsTheTree) {
   EXPECT_NE(error.reason.find("mismatch"), std::string::npos) << error.reason;
   EXPECT_EQ(error.reason.back(), '\n');
 
-  for (std::string_view bad : {std::string_view(), std::string_view("   "),
-                               std::string_view("<a/><b/>"), std::string_view("<a>&undef;</a>")}) {
+  // The last: an external subset is never read, so its entities stay undefined.
+  for (std::string_view bad : {""sv, "   "sv, "<a/><b/>"sv, "<a>&undef;</a>"sv,
+                               "<!DOCTYPE r SYSTEM 'unread.dtd'><r>&e;</r>"sv}) {
     EXPECT_LT(LoadText(doc, bad), 0) << bad;
     doc.get_parseError(error);
     EXPECT_LT(error.errorCode, 0);
@@ -95,23 +97,10 @@ TEST(DomLoad, SurrogatePairsInUtf8InputBecomeOneCharacter) {
   EXPECT_EQ(Value(Child(Root(latin), 0)), "\xC3\xAD\xC2\xA0\xC2\xBD\xC3\xAD\xC2\xB8\xC2\x80");
 }
 
-TEST(DomLoadSafety, ReferenceToAnUnreadExternalEntityDoesNotLoad) {
-  // The external subset is never read, so its text would read back as an
-  // undefined entity.
-  TempDir dir;
-  WriteFile(dir.path("pe.dtd"), "<!ENTITY leak 'TOPSECRET'>");
-  Document doc = NewDocument();
-  EXPECT_LT(LoadText(doc, "<!DOCTYPE r SYSTEM 'file://" + dir.path("pe.dtd") + "'><r>&leak;</r>"),
-            0);
-  ParseError error;
-  doc.get_parseError(error);
-  EXPECT_NE(error.reason.find("leak"), std::string::npos) << error.reason;
-}
-
 TEST(DomLoadSafety, AttributesPerElementAreBounded) {
   auto element = [](const char* name, int count) {
     std::string xml = std::string("<r><") + name;
-    for (int i = 0; i < count; ++i) xml += " a" + std::to_string(i) + "='" + std::to_string(i) + "'";
+    for (int i = 0; i < count; ++i) xml += " a" + std::to_string(i) + "='1'";
     return xml + "/></r>";
   };
   Document doc = NewDocument();
