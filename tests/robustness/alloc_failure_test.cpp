@@ -100,15 +100,14 @@ const bool g_engineHooked = [] {
   return true;
 }();
 
-void* NewBlock(std::size_t size) {
-  if (FailThisOne()) throw std::bad_alloc();
-  void* block = std::malloc(size != 0 ? size : 1);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-
 void* NewOrNull(std::size_t size) {
   return FailThisOne() ? nullptr : std::malloc(size != 0 ? size : 1);
+}
+
+void* NewBlock(std::size_t size) {
+  void* block = NewOrNull(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
 }
 
 }  // namespace
