@@ -19,15 +19,10 @@ TEST(CreateEmpty, Refusals) {
   const std::string exists = "CreateEmpty:  root element exist\n";
   const std::string null = "CreateEmpty NULL point\n";
   const std::string badName = "CreateDOMNode failed\n";
-  const struct {
-    bool rooted;
-    const char* name;
-    int result;
-    std::string message;
-  } cases[] = {{false, nullptr, -1, null},   {false, "", -1, badName},
-               {false, "1abc", -1, badName}, {false, "a/b", -1, badName},
-               {true, "cfg", -112, exists},  {true, "other", -112, exists},
-               {true, nullptr, -1, null}};
+  const struct { bool rooted; const char* name; int result; std::string message; } cases[] = {
+      {false, nullptr, -1, null}, {false, "", -1, badName}, {false, "1abc", -1, badName},
+      {false, "a/b", -1, badName}, {true, "cfg", -112, exists}, {true, "other", -112, exists},
+      {true, nullptr, -1, null}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name == nullptr ? "(null)" : c.name);
     Instance tk;

@@ -81,49 +81,41 @@ TEST(ExportToFile, FileFormByteForByte) {
   EXPECT_EQ(test::ReadFile(path), kDecl.substr(0, 39) + "\r\n<w>\xC3\xA9</w>\r\r\n");
 }
 
-// With nothing to write no file is created or touched; each operation says why.
-TEST(ExportToFile, NothingIsTouchedWhenThereIsNothingToWrite) {
+// Each failure names its cause; with nothing to write no file is created or
+// touched, and a file that can't be opened or written gives -111.
+TEST(ExportToFile, Failures) {
   TempDir dir;
-  const std::string existing = dir.path("existing.xml");
-  const std::string missing = dir.path("missing.xml");
+  const std::string existing = dir.path("existing.xml"), nowhere = dir.path("no/such/dir.xml");
   test::WriteFile(existing, "old bytes\r\n");
-  Instance tk;
-  MessageLog log;
-  EXPECT_EQ(tk->ExportToFile(missing.c_str()), -101);
-  EXPECT_EQ(log.joined(), "ExportToStream : root NULL error\nExportToFile : ExportToStream "
-                          "failed to export file name " + missing + "\n");
+  Instance empty, tk;
   ASSERT_EQ(tk->CreateEmpty("cfg"), 0);
-  log.clear();
-  EXPECT_EQ(tk->ExportSubTreeToFile(0xFFFFFFFFu, existing.c_str()), -101);
-  EXPECT_EQ(log.joined(), "ERROR!, The file size becomes 0, So it is not over written, Filename: " +
-                              existing + "\n");
-  log.clear();
-  for (const char* name : {static_cast<const char*>(nullptr), ""}) {
-    EXPECT_EQ(tk->ExportToFile(name), -101);
-    EXPECT_EQ(tk->ExportSubTreeToFile(100, name), -101);
+  const std::string nothing = "ExportToFile : ExportToStream failed to export file name ";
+  const std::string zero = "ERROR!, The file size becomes 0, So it is not over written, Filename: ";
+  const std::string full = "Error!!! : Failed to Export the file, Name  /dev/full , Data :  ";
+  const unsigned kWhole = 0;  // ExportToFile rather than a subtree
+  const struct { ITreeKeeper* on; unsigned handle; std::string file; int result; std::string log; }
+      cases[] = {
+          {empty.tk, kWhole, existing, -101,
+           "ExportToStream : root NULL error\n" + nothing + existing + "\n"},
+          {tk.tk, 0xFFFFFFFFu, existing, -101, zero + existing + "\n"},
+          {tk.tk, kWhole, "(null)", -101, "ExportToFile:  file name is invalid\n"},
+          {tk.tk, 100, "", -101, "ExportSubTreeToFile:  file name is invalid\n"},
+          {tk.tk, kWhole, nowhere, -111,
+           "Failed to open the file to export File name " + nowhere + "\n"},
+          // The text fits the stream's buffer; the failure shows only when it is flushed.
+          {tk.tk, 100, "/dev/full", -111, full + kDecl + "<cfg/>\n"},
+      };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.log);
+    MessageLog log;
+    const char* file = c.file == "(null)" ? nullptr : c.file.c_str();
+    EXPECT_EQ(c.handle == kWhole ? c.on->ExportToFile(file)
+                                 : c.on->ExportSubTreeToFile(c.handle, file),
+              c.result);
+    EXPECT_EQ(log.joined(), c.log);
   }
-  const std::string invalid =
-      "ExportToFile:  file name is invalid\nExportSubTreeToFile:  file name is invalid\n";
-  EXPECT_EQ(log.joined(), invalid + invalid);
   EXPECT_EQ(test::ReadFile(existing), "old bytes\r\n");
-  EXPECT_FALSE(test::FileExists(missing));
-}
-
-TEST(ExportToFile, OpenAndWriteFailures) {
-  Instance tk;
-  ASSERT_EQ(tk->CreateEmpty("cfg"), 0);
-  TempDir dir;
-  MessageLog log;
-  const std::string nowhere = dir.path("no/such/dir.xml");
-  EXPECT_EQ(tk->ExportToFile(nowhere.c_str()), -111);
-  EXPECT_EQ(log.joined(), "Failed to open the file to export File name " + nowhere + "\n");
-
-  // The text fits the stream's buffer; the failure shows only when it is flushed.
-  if (!test::FileExists("/dev/full")) GTEST_SKIP() << "no /dev/full";
-  log.clear();
-  EXPECT_EQ(tk->ExportSubTreeToFile(100, "/dev/full"), -111);
-  EXPECT_EQ(log.joined(), "Error!!! : Failed to Export the file, Name  /dev/full , Data :  " +
-                              kDecl + "<cfg/>\n");
+  EXPECT_FALSE(test::FileExists(dir.path("no")));
 }
 
 }  // namespace

@@ -37,15 +37,10 @@ TEST(ImportFromFile, Failures) {
   const std::string unopened = "ImportFromFile:  file open failed\n";
   const std::string unloaded = "ImportFromFile : load failed\n";
   const std::string syntax = DataFile("import_syntax_error.xml");
-  const struct {
-    std::string name;
-    int result;
-    std::string message;
-  } cases[] = {{"(null)", -101, invalid},        {"", -101, invalid},
-               {dir.root(), -101, unopened},     {"/dev/null", -101, unopened},
-               {"http://example.invalid/a.xml", -101, unopened},
-               {DataFile("import_unknown_encoding.xml"), -1, unloaded},
-               {syntax, -1, unloaded}};
+  const struct { std::string name; int result; std::string message; } cases[] = {
+      {"(null)", -101, invalid}, {"", -101, invalid}, {dir.root(), -101, unopened},
+      {"/dev/null", -101, unopened}, {"http://example.invalid/a.xml", -101, unopened},
+      {DataFile("import_unknown_encoding.xml"), -1, unloaded}, {syntax, -1, unloaded}};
   std::string report;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -104,12 +99,7 @@ TEST(Import, RefusedWhileHandlesAreOpen) {
 TEST(ImportFromStream, Failures) {
   const std::string loadFailed = "ImportFromStream :  loadXML failed\n";
   const std::string utf16("\xFF\xFE<\0c\0f\0g\0/\0>\0", 14);
-  const struct {
-    const char* text;
-    int size;
-    int result;
-    std::string message;
-  } cases[] = {
+  const struct { const char* text; int size; int result; std::string message; } cases[] = {
       {kGoodText, 0, -105, ""}, {kGoodText, INT_MIN, -105, ""},
       {"<cfg>\n<a></b>\n</cfg>", 100, -1, loadFailed}, {"", 1, -1, loadFailed},
       {nullptr, 1, -1, loadFailed}, {"<a>\xC3\x28</a>", 1, -1, loadFailed},
@@ -129,16 +119,12 @@ TEST(ImportFromStream, Failures) {
   }
 }
 
-// What the export writes, as text or as a file, reads back to the same document.
+// What the export writes to a file reads back to the same document.
 TEST(ImportRoundTrip, ExportedTextAndFilesReadBack) {
   Instance tk;
   ASSERT_EQ(LoadText(tk.tk, kRichText), 0);
   EXPECT_EQ(tk->OpenElement("mixed"), 101u);  // the whole text was read
   const std::string first = DocumentText(tk.tk);
-  tk->CloseAllElements();
-  ASSERT_EQ(LoadText(tk.tk, tk::test::kDeclaration + first), 0);
-  EXPECT_EQ(DocumentText(tk.tk), first);
-
   TempDir dir;
   const std::string one = dir.path("one.xml"), two = dir.path("two.xml");
   ASSERT_EQ(tk->ExportToFile(one.c_str()), 0);

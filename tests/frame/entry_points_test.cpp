@@ -13,40 +13,26 @@ using tk::test::Instance;
 
 TEST(Version, NumberAndRule) {
   EXPECT_EQ(TkGetVersion(), 0x010003E9u);
-  const struct {
-    uint32_t version;
-    int32_t good;
-  } cases[] = {{0, 1}, {1, 1}, {0x010003E8u, 1}, {0x010003E9u, 1},
-               {0x010003EAu, 0}, {0x02000000u, 0}, {0xFFFFFFFFu, 0}};
-  for (const auto& c : cases) EXPECT_EQ(TkIsGoodVersion(c.version), c.good) << c.version;
+  for (uint32_t good : {0u, 0x010003E9u}) EXPECT_EQ(TkIsGoodVersion(good), 1) << good;
+  for (uint32_t bad : {0x010003EAu, 0xFFFFFFFFu}) EXPECT_EQ(TkIsGoodVersion(bad), 0) << bad;
 }
 
 TEST(Installer, ConstantResults) {
   ITreeKeeperInstaller* installer = TkCreateTreeKeeperInstaller();
   ASSERT_NE(installer, nullptr);
-  for (const char* argument : {static_cast<const char*>(nullptr), "", "anything", "again"}) {
-    EXPECT_EQ(installer->InstallerStep5(argument), 0);
+  for (const char* argument : {static_cast<const char*>(nullptr), "anything"}) {
     EXPECT_EQ(installer->InstallerStep1(argument), 0);
     EXPECT_EQ(installer->InstallerStep2(argument), 1);
     EXPECT_EQ(installer->InstallerStep3(argument), 0);
     EXPECT_EQ(installer->InstallerStep4(argument), 0);
+    EXPECT_EQ(installer->InstallerStep5(argument), 0);
   }
   TkDeleteTreeKeeperInstaller(installer);
   TkDeleteTreeKeeperInstaller(nullptr);
 }
 
-TEST(InstanceLife, CreateCloseAndDelete) {
-  uint32_t reserved = 42;
-  ITreeKeeper* instance = TkCreateTreeKeeper(&reserved);
-  ASSERT_NE(instance, nullptr);
-  EXPECT_EQ(reserved, 42u);
-  instance->CloseAllElements();
-  instance->CloseAllElements();
-  EXPECT_EQ(instance->GetHandleCount(), 0u);
-  TkDeleteTreeKeeper(instance);
-  TkDeleteTreeKeeper(nullptr);
-}
-
+// Instances on one thread don't share a document or a handle table; a
+// closed instance starts again with its root at 100.
 TEST(InstanceLife, InstancesOnOneThreadAreIndependent) {
   tk::test::MessageLog log;
   Instance first, second;
@@ -55,13 +41,13 @@ TEST(InstanceLife, InstancesOnOneThreadAreIndependent) {
   ASSERT_EQ(tk::test::LoadText(second.tk, xml), 0);
   EXPECT_NE(second->OpenElement(100, 0), 0u);
   first->CloseAllElements();
-  EXPECT_EQ(first->GetHandleCount(), 0u);
+  first->CloseAllElements();
   EXPECT_EQ(second->GetHandleCount(), 2u);
   EXPECT_EQ(tk::test::DocumentText(second.tk), xml);
-  // A closed instance starts again with its root at 100.
   ASSERT_EQ(first->CreateEmpty("again"), 0);
   EXPECT_EQ(first->OpenElement(static_cast<const char*>(nullptr)), 100u);
   EXPECT_TRUE(log.messages().empty()) << log.joined();
+  TkDeleteTreeKeeper(nullptr);
 }
 
 // Deleting with live handles, closed slots and a source name gives each

@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -21,49 +22,39 @@ struct Layout {
 };
 static_assert(sizeof(Layout) == sizeof(outputstr));
 
-Layout Inspect(const outputstr& s) {
+uint64_t Capacity(const outputstr& s) {
   Layout layout;
   std::memcpy(&layout, static_cast<const void*>(&s), sizeof layout);
-  return layout;
+  return layout.capacity;
 }
-uint64_t Capacity(const outputstr& s) { return Inspect(s).capacity; }
 bool IsInline(const outputstr& s) {
   return s.text() == reinterpret_cast<const char*>(&s) + offsetof(Layout, inlineBuffer);
 }
 
 TEST(Outputstr, EmptyCopyAndClear) {
-  outputstr s;
+  outputstr s(nullptr);
   EXPECT_TRUE(s.isEmpty() && IsInline(s));
-  EXPECT_STREQ(s.text(), "");
   EXPECT_EQ(Capacity(s), 128u);
-  EXPECT_TRUE(outputstr(nullptr).isEmpty());
 
   outputstr heap(std::string(300, 'h').c_str());
   const char* block = heap.text();
   heap.append(nullptr);
   heap.append("");
   EXPECT_EQ(heap.text(), block);
-  EXPECT_EQ(Capacity(heap), 512u);
-
   const outputstr copy(heap);  // a block of its own
   EXPECT_NE(copy.text(), heap.text());
   heap.clear();
   EXPECT_EQ(copy.length(), 300u);
   EXPECT_TRUE(heap.isEmpty() && IsInline(heap));
   EXPECT_EQ(Capacity(heap), 128u);
-  EXPECT_TRUE(IsInline(outputstr(outputstr("abc"))));
 }
 
+// Capacities after each append: the inline 128 while the text and its NUL
+// fit, then the multiple of 256 strictly above the need.
 TEST(Outputstr, GrowsToTheMultipleOf256AboveTheNeed) {
-  const struct {
-    std::vector<size_t> appends;
-    std::vector<uint64_t> capacities;
-  } cases[] = {
-      {{127}, {128}},         {{128}, {256}},       {{1, 126, 1}, {128, 128, 256}},
-      {{255}, {512}},         {{200, 55, 1}, {256, 256, 512}},
-      {{200, 54, 1}, {256, 256, 256}}, {{1000}, {1024}},
-      {{128, 384}, {256, 768}},
-  };
+  const struct { std::vector<size_t> appends; std::vector<uint64_t> capacities; } cases[] = {
+      {{1, 126, 1}, {128, 128, 256}}, {{255}, {512}}, {{200, 55, 1}, {256, 256, 512}},
+      {{1000}, {1024}}};
   for (const auto& c : cases) {
     outputstr s;
     std::string expected;
@@ -74,7 +65,7 @@ TEST(Outputstr, GrowsToTheMultipleOf256AboveTheNeed) {
       EXPECT_EQ(IsInline(s), c.capacities[i] == 128u);
     }
     EXPECT_EQ(s.text(), expected);
-    EXPECT_EQ(Inspect(s).length, expected.size());
+    EXPECT_EQ(s.length(), expected.size());
   }
 }
 
@@ -87,39 +78,32 @@ TEST(Outputstr, AssignmentClearsThenAppendsThroughTheVirtuals) {
   EXPECT_TRUE(IsInline(s));
   s = outputstr(std::string(200, 'y').c_str());
   EXPECT_EQ(s.calls.size(), 4u);
-  EXPECT_EQ(Capacity(s), 256u);
   outputstr& self = s;
   s = self;
   EXPECT_EQ(s.text(), std::string(200, 'y'));
 }
 
+// The result's capacity comes from its own appends, not from the left
+// operand: 255 bytes reached in two steps fit a block of 256, in one step
+// they need 512, and so does a copy's.
 TEST(Outputstr, Concatenation) {
   const outputstr left("n=");
-  const struct {
-    outputstr result;
-    const char* text;
-  } cases[] = {
-      {left + "x", "n=x"},
+  const std::pair<outputstr, const char*> cases[] = {
       {left + outputstr("y"), "n=y"},
-      {left + -5, "n=-5"},
       {left + INT_MIN, "n=-2147483648"},
       {left + static_cast<uint32_t>(UINT32_MAX), "n=4294967295"},
       {left + 'c', "n=c"},
       {left + static_cast<unsigned char>(0xE9), "n=\xE9"},
       {left + static_cast<const char*>(nullptr), "n="},
   };
-  for (const auto& c : cases) EXPECT_STREQ(c.result.text(), c.text);
+  for (const auto& [result, text] : cases) EXPECT_STREQ(result.text(), text);
   EXPECT_STREQ(left.text(), "n=");
 
-  // The result's capacity comes from its own appends, not from the left
-  // operand: 255 bytes reached in two steps fit a block of 256, in one step
-  // they need 512, and so does a copy's.
   outputstr left255(std::string(200, 'l').c_str());
   left255.append(std::string(55, 'l').c_str());
   ASSERT_EQ(Capacity(left255), 256u);
   EXPECT_EQ(Capacity(left255 + ""), 512u);
   EXPECT_EQ(Capacity(outputstr(left255)), 512u);
-  EXPECT_TRUE(IsInline(outputstr("ab") + "cd"));
 }
 
 }  // namespace
