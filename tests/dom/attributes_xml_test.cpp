@@ -81,7 +81,6 @@ TEST(DomAttributes, XmlnsAttributesBecomeDeclarations) {
   AttrMap map = Attributes(root);
   ASSERT_EQ(map.setNamedItem(Attribute(doc, "a", "1"), out), kOk);
   ASSERT_EQ(map.setNamedItem(Attribute(doc, "xmlns:p", "urn:p"), out), kOk);
-  EXPECT_EQ(Name(out) + "=" + Value(out), "xmlns:p=urn:p");
   ASSERT_EQ(map.setNamedItem(Attribute(doc, "xmlns", "urn:d"), out), kOk);
   EXPECT_EQ(Names(map), (Pairs{"xmlns:p=urn:p", "xmlns=urn:d", "a=1"}));
   ASSERT_EQ(map.setNamedItem(Attribute(doc, "xmlns:p", "urn:q"), out), kOk);
