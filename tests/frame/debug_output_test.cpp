@@ -23,20 +23,19 @@ void First(const char*) { ++g_firstCalls; }
 void Second(const char*) { ++g_secondCalls; }
 void Event(ARB_EVENT_LOG, void*) { ++g_eventCalls; }
 
-TEST(DebugOutput, OneCallPerMessageWithOneLineEnd) {
-  MessageLog log;
-  const std::string longText(300, 'm');
-  tk::Report("abc");
-  tk::DebugOutput(outputstr("two\nlines"));
-  tk::Report(longText.c_str());
-  tk::Report("");
-  EXPECT_EQ(log.messages(), (Messages{"abc\n", "two\nlines\n", longText + "\n", "\n"}));
-}
-
-// The last callback set is the one called. Null keeps the hook armed and
-// drops the text, fault reports included. The library raises no events: an
-// installed event callback is never called.
+// One call per message, with one line end. The last callback set is the one
+// called; null keeps the hook armed and drops the text, fault reports
+// included. The library raises no events: an event callback is never called.
 TEST(DebugOutput, CallbacksInstalledByTheClient) {
+  {
+    MessageLog log;
+    const std::string longText(300, 'm');
+    tk::Report("abc");
+    tk::DebugOutput(outputstr("two\nlines"));
+    tk::Report(longText.c_str());
+    tk::Report("");
+    EXPECT_EQ(log.messages(), (Messages{"abc\n", "two\nlines\n", longText + "\n", "\n"}));
+  }
   g_firstCalls = g_secondCalls = g_eventCalls = 0;
   TkSetEventOutput(Event);
   TkSetDebugOutput(First);

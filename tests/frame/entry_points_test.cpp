@@ -31,35 +31,26 @@ TEST(Installer, ConstantResults) {
   TkDeleteTreeKeeperInstaller(nullptr);
 }
 
-// Instances on one thread don't share a document or a handle table; a
-// closed instance starts again with its root at 100.
-TEST(InstanceLife, InstancesOnOneThreadAreIndependent) {
-  tk::test::MessageLog log;
-  Instance first, second;
+// Instances on one thread share neither document nor handle table. Deleting
+// one with live handles, closed slots and a source name gives each reference
+// back once (the sanitizer build checks leaks and double frees).
+TEST(InstanceLife, IndependentInstancesAndDeleteWithHandles) {
+  Instance first;
+  ITreeKeeper* second = TkCreateTreeKeeper(nullptr);
   ASSERT_EQ(first->CreateEmpty("first"), 0);
-  const char* xml = "<second><child/></second>";
-  ASSERT_EQ(tk::test::LoadText(second.tk, xml), 0);
-  EXPECT_NE(second->OpenElement(100, 0), 0u);
-  first->CloseAllElements();
-  first->CloseAllElements();
-  EXPECT_EQ(second->GetHandleCount(), 2u);
-  EXPECT_EQ(tk::test::DocumentText(second.tk), xml);
-  ASSERT_EQ(first->CreateEmpty("again"), 0);
-  EXPECT_EQ(first->OpenElement(static_cast<const char*>(nullptr)), 100u);
-  EXPECT_TRUE(log.messages().empty()) << log.joined();
-  TkDeleteTreeKeeper(nullptr);
-}
-
-// Deleting with live handles, closed slots and a source name gives each
-// reference back once (the sanitizer build checks leaks and double frees).
-TEST(InstanceLife, DeleteWithHandlesClosedSlotsAndName) {
-  Instance instance;
-  ASSERT_EQ(instance->ImportFromStream("<r><a/><b/><c/></r>", 1, "source"), 0);
-  for (unsigned i = 0; i < 3; ++i) ASSERT_EQ(instance->OpenElement(100, i), 101 + i);
-  EXPECT_EQ(instance->CloseElement(102), 0);
+  ASSERT_EQ(second->ImportFromStream("<r><a/><b/><c/></r>", 1, "source"), 0);
+  for (unsigned i = 0; i < 3; ++i) ASSERT_EQ(second->OpenElement(100, i), 101 + i);
+  EXPECT_EQ(second->CloseElement(102), 0);
   unsigned created = 0;
-  EXPECT_EQ(instance->CreateElement(103, "d/e", &created), 0);
-  EXPECT_EQ(instance->GetHandleCount(), 5u);
+  EXPECT_EQ(second->CreateElement(103, "d/e", &created), 0);
+  first->CloseAllElements();
+  first->CloseAllElements();
+  EXPECT_EQ(second->GetHandleCount(), 5u);
+  EXPECT_EQ(tk::test::DocumentText(second), "<r><a/><b/><c><d><e/></d></c></r>");
+  ASSERT_EQ(first->CreateEmpty("again"), 0);  // a closed instance starts again at 100
+  EXPECT_EQ(first->OpenElement(static_cast<const char*>(nullptr)), 100u);
+  TkDeleteTreeKeeper(second);
+  TkDeleteTreeKeeper(nullptr);
 }
 
 // Text handed back in a client's outputstr goes through its virtuals only.
@@ -70,7 +61,6 @@ TEST(InstanceLife, ClientSubclassIsFilledThroughTheVirtuals) {
   tk::test::RecordingText value("stale");
   ASSERT_EQ(instance->GetAttributeText(100, nullptr, "k", value), 0);
   EXPECT_EQ(value.written, "v");
-  EXPECT_STREQ(value.text(), "v");
   EXPECT_GE(value.count("clear"), 1);
 }
 
