@@ -16,9 +16,7 @@ namespace {
 using tk::test::MessageLog;
 using Messages = std::vector<std::string>;
 
-int g_firstCalls = 0;
-int g_secondCalls = 0;
-int g_eventCalls = 0;
+int g_firstCalls = 0, g_secondCalls = 0, g_eventCalls = 0;
 void First(const char*) { ++g_firstCalls; }
 void Second(const char*) { ++g_secondCalls; }
 void Event(ARB_EVENT_LOG, void*) { ++g_eventCalls; }
