@@ -18,10 +18,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
+#include <initializer_list>
 #include <new>
+#include <source_location>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "robustness/robustness_support.h"
 #include "support/test_support.h"
@@ -131,143 +132,95 @@ using Tk = ITreeKeeper*;
 
 constexpr const char* kOldFile = "<old/>\r\n";
 
-// One call of the workload: the codes it may give instead of its normal
-// result (0) when memory runs out on the way, and the call.
-struct Step {
-  const char* name;
-  std::vector<int> failureCodes;
-  std::function<int(Tk)> call;
+// Judges the calls of the workload in turn. A call's normal result is 0 (or
+// the one given); anything else must be one of its failure codes, after an
+// allocation failed. False ends the run: a call failed, or an allocation
+// failure was absorbed by a call that still gave its normal result.
+struct Judge {
+  long failAt;
+  int calls = 0;
+  bool operator()(int result, std::initializer_list<int> failureCodes, int normal = 0,
+                  std::source_location at = std::source_location::current()) {
+    ++calls;
+    if (result == normal) return !t_fired;
+    const bool listed =
+        std::find(failureCodes.begin(), failureCodes.end(), result) != failureCodes.end();
+    EXPECT_TRUE(t_fired && listed) << "the call on line " << at.line() << " gave " << result
+                                   << " after failing allocation " << failAt;
+    return false;
+  }
 };
 
-// What a read gives when it succeeded but read the wrong thing: no failure code.
-int Checked(int result, bool right) { return result != 0 ? result : right ? 0 : -999; }
+// A check of what a call read, as a result: -999 when it read the wrong thing.
+int Right(bool right) { return right ? 0 : -999; }
 
 // The workload: a document made, filled, read, written out, read back in and
 // transformed.
-std::vector<Step> Workload(const std::string& exportFile, const std::string& sourceFile) {
-  auto text = std::make_shared<std::string>();
-  auto handle = std::make_shared<unsigned>(0);
-  return {
-      {"CreateEmpty", {-1}, [](Tk tk) { return tk->CreateEmpty("config"); }},
-      {"CreateElement", {-1, -113},
-       [handle](Tk tk) { return tk->CreateElement(100, "net/host/name", handle.get()); }},
-      {"SetElementValue text and number", {-1, -107},
-       [handle](Tk tk) {
-         const std::string value = "h\xC3\xB6st \xF0\x9F\x98\x80 one";
-         const uint32_t port = 8080;
-         tk->CreateElement(100, "net/port", nullptr);
-         const int text =
-             tk->SetElementValue(*handle, nullptr, TK_VALUE_TEXT, value.size(), value.data());
-         return text != 0 ? text : tk->SetElementValue(100, "net/port", TK_VALUE_NUMBER, 4, &port);
-       }},
-      {"SetElementCDATAValue", {-1, -107},
-       [](Tk tk) { return tk->SetElementCDATAValue(100, "net", TK_VALUE_TEXT, 9, "a < b & c"); }},
-      {"setAttributeValue text and binary", {-1},
-       [](Tk tk) {
-         const unsigned char key[] = {0xDE, 0xAD, 0xBE, 0xEF};
-         const int id = tk->setAttributeValue(100, "net/host", "id", TK_VALUE_TEXT, 0, "h-1");
-         if (id != 0) return id;
-         return tk->setAttributeValue(100, "net/host", "key", TK_VALUE_BINARY, 4, key);
-       }},
-      {"GetElementValue", {-1},
-       [handle](Tk tk) {
-         unsigned size = 0;
-         const unsigned h = *handle;
-         if (tk->GetElementValue(h, nullptr, TK_VALUE_TEXT, &size, nullptr) != -105) return -999;
-         std::vector<char> got(size);
-         const int result = tk->GetElementValue(h, nullptr, TK_VALUE_TEXT, &size, got.data(), 1252);
-         return Checked(result, std::strlen(got.data()) + 1 == size);
-       }},
-      {"GetAttributeValue", {-1},
-       [](Tk tk) {
-         unsigned char key[4] = {};
-         unsigned size = sizeof key;
-         const int result =
-             tk->GetAttributeValue(100, "net/host", "key", TK_VALUE_BINARY, &size, key);
-         return Checked(result, key[0] == 0xDE && key[3] == 0xEF);
-       }},
+void Workload(Tk tk, Judge& ok, const std::string& exportFile, const std::string& sourceFile) {
+  const std::string value = "h\xC3\xB6st \xF0\x9F\x98\x80 one";
+  const uint32_t port = 8080;
+  const unsigned char key[] = {0xDE, 0xAD, 0xBE, 0xEF};
+  unsigned handle = 0, size = 0, opened = 0, type = 0;
+  if (!ok(tk->CreateEmpty("config"), {-1}) ||
+      !ok(tk->CreateElement(100, "net/host/name", &handle), {-1, -113}) ||
+      !ok(tk->SetElementValue(handle, nullptr, TK_VALUE_TEXT, value.size(), value.data()),
+          {-1, -107}) ||
+      !ok(tk->CreateElement(100, "net/port", nullptr), {-1, -113}) ||
+      !ok(tk->SetElementValue(100, "net/port", TK_VALUE_NUMBER, 4, &port), {-1, -107}) ||
+      !ok(tk->SetElementCDATAValue(100, "net", TK_VALUE_TEXT, 9, "a < b & c"), {-1, -107}) ||
+      !ok(tk->setAttributeValue(100, "net/host", "id", TK_VALUE_TEXT, 0, "h-1"), {-1}) ||
+      !ok(tk->setAttributeValue(100, "net/host", "key", TK_VALUE_BINARY, 4, key), {-1}) ||
+      !ok(tk->GetElementValue(handle, nullptr, TK_VALUE_TEXT, &size, nullptr), {}, -105)) {
+    return;
+  }
+  // Reads through a code page, of a binary value, of names.
+  std::string text(size, '\0');
+  unsigned char got[4] = {};
+  char elementName[16];
+  unsigned gotRoom = sizeof got, nameRoom = sizeof elementName, attributeIndex = 1, hostIndex = 0;
+  outputstr name, attribute, out;
+  if (!ok(tk->GetElementValue(handle, nullptr, TK_VALUE_TEXT, &size, text.data(), 1252), {-1}) ||
+      !ok(Right(std::strlen(text.c_str()) + 1 == size), {}) ||
+      !ok(tk->GetAttributeValue(100, "net/host", "key", TK_VALUE_BINARY, &gotRoom, got), {-1}) ||
+      !ok(Right(got[0] == 0xDE && got[3] == 0xEF), {}) ||
       // No memory for the conversion gives the platform's code for that.
-      {"EnumAttribute", {-1, 8},
-       [](Tk tk) {
-         unsigned index = 1;
-         outputstr name, value;
-         const int result = tk->EnumAttribute(100, "net/host", &index, name, value, 28591);
-         return Checked(result, std::string(name.text()) == "key");
-       }},
-      {"EnumElement", {-1, -107},
-       [](Tk tk) {
-         unsigned index = 0, opened = 0;
-         const int result = tk->EnumElement(100, "net", "host", &index, &opened);
-         return result == 0 ? tk->CloseElement(opened) : result;
-       }},
-      {"GetElementName", {-1},
-       [handle](Tk tk) {
-         char name[16];
-         unsigned size = sizeof name;
-         return tk->GetElementName(*handle, name, &size);
-       }},
-      {"ExportToStream", {-1},
-       [text](Tk tk) {
-         outputstr out;
-         const int result = tk->ExportToStream(out);
-         if (result == 0) *text = out.text();
-         return result;
-       }},
-      {"ExportToFile", {-101, -111},
-       [exportFile](Tk tk) { return tk->ExportToFile(exportFile.c_str()); }},
-      {"DeleteAttribute and DeleteElement", {-1},
-       [](Tk tk) {
-         const int attribute = tk->DeleteAttribute(100, "net/host", "id");
-         return attribute != 0 ? attribute : tk->DeleteElement(100, "net/port");
-       }},
-      {"ImportFromStream", {-1, -106},
-       [text](Tk tk) {
-         tk->CloseAllElements();
-         return tk->ImportFromStream(text->c_str(), static_cast<int>(text->size()) + 1, "copy");
-       }},
-      {"OpenElement", {-1},
-       [](Tk tk) {
-         const unsigned opened = tk->OpenElement("config/net/host");
-         return opened != 0 ? tk->CloseElement(opened) : -1;
-       }},
-      {"ApplyXSLT", {-1}, [](Tk tk) { return TkXslt(tk)->ApplyXSLT(kIdentity, 0); }},
-      {"ExportSubTreeToStream", {-1, -102},
-       [](Tk tk) {
-         outputstr out;
-         return tk->ExportSubTreeToStream(100, out);
-       }},
-      {"ImportFromFile", {-1, -106},
-       [sourceFile](Tk tk) {
-         tk->CloseAllElements();
-         return tk->ImportFromFile(sourceFile.c_str());
-       }},
-      {"GetAttributeText", {-1},
-       [](Tk tk) {
-         outputstr out;
-         const int result = tk->GetAttributeText(100, "item", "name", out);
-         return Checked(result, std::string(out.text()) == "\xC3\xA9t\xC3\xA9");
-       }},
-      {"OpenElement typed", {-1},
-       [handle](Tk tk) {
-         unsigned type = 0;
-         const int result = tk->OpenElement(100, 1, handle.get(), &type);
-         return Checked(result, type == 1);
-       }},
-      {"read through a detached element", {-1},
-       [handle](Tk tk) {
-         unsigned size = 0;
-         const int removed = tk->DeleteElement(100, "item");
-         if (removed != 0) return removed;
-         const int result = tk->GetElementValue(*handle, "v", TK_VALUE_TEXT, &size, nullptr);
-         return result == -105 && size == 4 ? 0 : -999;
-       }},
-      {"EnumElement positional", {-1, -107, -109},
-       [](Tk tk) {
-         unsigned index = 1, opened = 0;  // after the comment: the tail element
-         const int result = tk->EnumElement(100, nullptr, &index, &opened);
-         return result == 0 ? tk->CloseElement(opened) : result;
-       }},
-  };
+      !ok(tk->EnumAttribute(100, "net/host", &attributeIndex, name, attribute, 28591), {-1, 8}) ||
+      !ok(Right(std::string(name.text()) == "key"), {}) ||
+      !ok(tk->EnumElement(100, "net", "host", &hostIndex, &opened), {-1, -107}) ||
+      !ok(tk->CloseElement(opened), {-1}) ||
+      !ok(tk->GetElementName(handle, elementName, &nameRoom), {-1}) ||
+      !ok(tk->ExportToStream(out), {-1})) {
+    return;
+  }
+  const std::string exported = out.text();
+  if (!ok(tk->ExportToFile(exportFile.c_str()), {-101, -111}) ||
+      !ok(tk->DeleteAttribute(100, "net/host", "id"), {-1}) ||
+      !ok(tk->DeleteElement(100, "net/port"), {-1})) {
+    return;
+  }
+  tk->CloseAllElements();
+  const int length = static_cast<int>(exported.size()) + 1;
+  if (!ok(tk->ImportFromStream(exported.c_str(), length, "copy"), {-1, -106})) return;
+  opened = tk->OpenElement("config/net/host");
+  if (!ok(opened != 0 ? tk->CloseElement(opened) : -1, {-1}) ||
+      !ok(TkXslt(tk)->ApplyXSLT(kIdentity, 0), {-1}) ||
+      !ok(tk->ExportSubTreeToStream(100, out), {-1, -102})) {
+    return;
+  }
+  tk->CloseAllElements();
+  unsigned tailIndex = 1;  // after the comment
+  if (!ok(tk->ImportFromFile(sourceFile.c_str()), {-1, -106}) ||
+      !ok(tk->GetAttributeText(100, "item", "name", out), {-1}) ||
+      !ok(Right(std::string(out.text()) == "\xC3\xA9t\xC3\xA9"), {}) ||
+      !ok(tk->OpenElement(100, 1, &handle, &type), {-1}) || !ok(Right(type == 1), {}) ||
+      // A read through an element that left the tree.
+      !ok(tk->DeleteElement(100, "item"), {-1}) ||
+      !ok(tk->GetElementValue(handle, "v", TK_VALUE_TEXT, &size, nullptr), {-1}, -105) ||
+      !ok(Right(size == 4), {}) ||
+      !ok(tk->EnumElement(100, nullptr, &tailIndex, &opened), {-1, -107, -109})) {
+    return;
+  }
+  ok(tk->CloseElement(opened), {-1});
 }
 
 // A normal sequence on an instance that went through a failure.
@@ -288,69 +241,45 @@ void ExpectUsable(Tk tk, const std::string& where) {
   tk->CloseAllElements();
 }
 
-struct Outcome {
-  bool fired = false;
-  size_t step = 0;  // the step that failed, or the count when none did
+struct Files {
+  std::string exportTarget;
+  std::string source;
 };
 
-// Runs the steps, failing allocation failAt of them (none for 0). Every
-// step's normal result is 0; anything else must be one of its failure codes.
-Outcome RunWorkload(Tk tk, const std::vector<Step>& steps, long failAt) {
-  Outcome outcome;
+// Makes an instance and runs the workload on it, failing allocation failAt
+// (none for 0). Gives whether an allocation failed, and how many calls ran.
+std::pair<bool, int> RunWorkload(Tk* tk, long failAt, const Files& files) {
+  Judge ok{failAt};
   Arm(failAt);
-  for (; outcome.step < steps.size(); ++outcome.step) {
-    const Step& step = steps[outcome.step];
-    int result = 0;
-    try {
-      result = step.call(tk);
-    } catch (const std::bad_alloc&) {
-      break;
-    }
-    if (result != 0) {
-      const std::vector<int>& codes = step.failureCodes;
-      EXPECT_TRUE(t_fired && std::find(codes.begin(), codes.end(), result) != codes.end())
-          << step.name << " gave " << result << " after failing allocation " << failAt;
-      break;
-    }
-    if (t_fired) break;  // absorbed: the call still gave its normal result
+  try {
+    *tk = TkCreateTreeKeeper(nullptr);
+    if (*tk != nullptr && !t_fired) Workload(*tk, ok, files.exportTarget, files.source);
+  } catch (const std::bad_alloc&) {
   }
   Disarm();
-  outcome.fired = t_fired;
-  return outcome;
+  return {t_fired, ok.calls};
 }
 
-// Makes an instance and runs the workload once for every allocation they
-// make, failing that one (and, when sticky, every one after it).
-void FailEachPoint(const std::vector<Step>& steps, const std::string& exportFile,
-                   const std::string& exported, long* injected) {
+// Runs the workload once for every allocation it makes, failing that one
+// (and, when sticky, every one after it).
+void FailEachPoint(const Files& files, const std::string& exported, long* injected) {
   for (long failAt = 1;; ++failAt) {
-    WriteFile(exportFile, kOldFile);
+    WriteFile(files.exportTarget, kOldFile);
     Tk tk = nullptr;
-    Arm(failAt);
-    try {
-      tk = TkCreateTreeKeeper(nullptr);
-    } catch (const std::bad_alloc&) {
-      Disarm();
-      ++*injected;
-      continue;
-    }
-    Outcome outcome{t_fired, 0};
-    const long left = t_left;
-    Disarm();
-    ASSERT_NE(tk, nullptr) << "creation gave null at allocation " << failAt;
-    if (!outcome.fired && left > 0) outcome = RunWorkload(tk, steps, left);
-    if (!outcome.fired) {
+    const auto [fired, calls] = RunWorkload(&tk, failAt, files);
+    if (!fired) {
+      ASSERT_NE(tk, nullptr) << "creation gave null at allocation " << failAt;
       TkDeleteTreeKeeper(tk);
       if (t_reached) continue;  // a spared point
-      ASSERT_EQ(outcome.step, steps.size());
-      return;
+      return;                   // the workload ran through
     }
     ++*injected;
-    const std::string where = "allocation " + std::to_string(failAt) + ", step " +
-                              (outcome.step < steps.size() ? steps[outcome.step].name : "-");
+    if (tk == nullptr) continue;  // creation failed: null, or std::bad_alloc let through
+    const std::string where =
+        "allocation " + std::to_string(failAt) + ", after call " + std::to_string(calls);
     ASSERT_TRUE(LockIsFree(tk)) << "the instance lock was not left: " << where;
     // An existing export target holds either its old or its new text, whole.
-    const std::string file = ReadFile(exportFile);
+    const std::string file = ReadFile(files.exportTarget);
     EXPECT_TRUE(file == kOldFile || file == exported) << where;
     ExpectUsable(tk, where);
     TkDeleteTreeKeeper(tk);
@@ -361,21 +290,20 @@ void FailEachPoint(const std::vector<Step>& steps, const std::string& exportFile
 void EveryFailurePoint(bool sticky) {
   t_sticky = sticky;
   TempDir dir;
-  const std::string exportFile = dir.path("out.xml");
-  const std::string sourceFile = dir.path("source.xml");
-  WriteFile(sourceFile, "<?xml version='1.0' encoding='ISO-8859-1'?>\n"
-                        "<doc><!--c--><item name='\xE9t\xE9'><v>abc</v></item><tail/></doc>");
-  const std::vector<Step> steps = Workload(exportFile, sourceFile);
-  {
-    // A run without failures sets up the engine's process-wide state.
-    Instance warmUp;
-    ASSERT_EQ(RunWorkload(warmUp.tk, steps, 0).step, steps.size());
-  }
+  const Files files{dir.path("out.xml"), dir.path("source.xml")};
+  WriteFile(files.source, "<?xml version='1.0' encoding='ISO-8859-1'?>\n"
+                          "<doc><!--c--><item name='\xE9t\xE9'><v>abc</v></item><tail/></doc>");
+  // A run without failures sets up the engine's process-wide state.
+  Tk tk = nullptr;
+  RunWorkload(&tk, 0, files);
+  ASSERT_NE(tk, nullptr);
+  TkDeleteTreeKeeper(tk);
+  if (::testing::Test::HasFailure()) return;
   // The engine stays silent when its memory runs out: only parse errors of
   // a file load may reach stderr.
   long injected = 0;
   testing::internal::CaptureStderr();
-  FailEachPoint(steps, exportFile, ReadFile(exportFile), &injected);
+  FailEachPoint(files, ReadFile(files.exportTarget), &injected);
   EXPECT_EQ(testing::internal::GetCapturedStderr().find("Memory allocation failed"),
             std::string::npos);
   EXPECT_GT(injected, 100);
