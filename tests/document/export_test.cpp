@@ -29,7 +29,6 @@ TEST(ExportToStream, TextForm) {
   for (int i = 0; i < 2; ++i) {
     ASSERT_EQ(tk->ExportToStream(out), 0);
     EXPECT_EQ(out.written, expected);
-    EXPECT_EQ(out.text(), expected);
     EXPECT_EQ(out.count("clear"), i + 1);
   }
 }
