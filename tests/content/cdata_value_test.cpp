@@ -3,7 +3,6 @@
 #include <cstring>
 #include <string>
 
-#include "support/handles.h"
 #include "support/test_support.h"
 #include "support/value_read.h"
 #include "support/xml_text.h"
@@ -12,7 +11,6 @@ namespace {
 
 using tk::test::DocumentText;
 using tk::test::Instance;
-using tk::test::MessageLog;
 using tk::test::ReloadText;
 
 // One read of the root's CDATA value (with cdata false: its text value),
@@ -24,40 +22,9 @@ std::string Read(ITreeKeeper* tk, int type = TK_VALUE_TEXT, bool cdata = true) {
   });
 }
 
-int Write(ITreeKeeper* tk, const char* value, unsigned handle = 100, const char* path = nullptr) {
-  return tk->SetElementCDATAValue(handle, path, TK_VALUE_TEXT,
+int Write(ITreeKeeper* tk, const char* value) {
+  return tk->SetElementCDATAValue(100, nullptr, TK_VALUE_TEXT,
                                   static_cast<unsigned>(std::strlen(value)), value);
-}
-
-// Only reads report a bad handle or path; writes fail silently.
-TEST(CDataValue, HandleAndPathMessages) {
-  Instance tk;
-  ASSERT_EQ(ReloadText(tk.tk, "<r><a><![CDATA[v]]></a><x/></r>"), 0);
-  const unsigned closed = tk::test::OpenClosedSlot(tk.tk, "x");
-  const struct {
-    unsigned handle;
-    const char* path;
-    int result;
-    const char* readMessage;
-  } cases[] = {
-      {99, nullptr, -6, ""},
-      {103, nullptr, -6, ""},
-      {closed, nullptr, -6, "GetElementCDATAValue: element handle is invalid\n"},
-      {100, "b", -102, "GetElementCDATAValue: element path is invalid\n"},
-  };
-  MessageLog log;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.handle);
-    log.clear();
-    char buffer[8];
-    unsigned size = sizeof buffer;
-    EXPECT_EQ(tk->GetElementCDATAValue(c.handle, c.path, TK_VALUE_TEXT, &size, buffer), c.result);
-    EXPECT_EQ(log.joined(), c.readMessage);
-    log.clear();
-    EXPECT_EQ(Write(tk.tk, "w", c.handle, c.path), c.result);
-    EXPECT_EQ(log.joined(), "");
-  }
-  EXPECT_EQ(DocumentText(tk.tk), "<r><a><![CDATA[v]]></a><x/></r>");
 }
 
 // Text children and CDATA sections are separate values; the last section

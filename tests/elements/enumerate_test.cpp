@@ -73,27 +73,15 @@ TEST_F(Enumerate, CountsAndTheOutcomeTable) {
   EXPECT_EQ(handle, before + 100);
 }
 
-TEST_F(Enumerate, NoChildrenAndBadArguments) {
+TEST_F(Enumerate, NoChildren) {
   MessageLog log;
-  Load("<r><empty/><x/></r>");
+  Load("<r><empty/></r>");
   unsigned value = kUntouched, handle = kUntouched;
-  const unsigned empty = tk->OpenElement("empty");
-  EXPECT_EQ(tk->EnumElement(empty, &value), -109);
+  EXPECT_EQ(tk->EnumElement(tk->OpenElement("empty"), &value), -109);
   EXPECT_EQ(tk->EnumElement(100, "empty", "a", &value, &handle), -109);
   EXPECT_EQ(tk->EnumElement(100, "empty", &value, &handle), -109);
-  EXPECT_EQ(tk->EnumElement(99, &value), -6);
-  EXPECT_EQ(tk->EnumElement(0xFFFFFFFF, "", "x", &value, &handle), -6);
-  EXPECT_TRUE(log.messages().empty()) << log.joined();
-  const unsigned x = tk->OpenElement("x");
-  ASSERT_EQ(tk->CloseElement(empty), 0);  // a closed slot below x
-  EXPECT_EQ(tk->EnumElement(empty, &value), -6);
-  EXPECT_EQ(tk->EnumElement(empty, "", "x", &value, &handle), -6);
-  EXPECT_EQ(tk->EnumElement(x, "nowhere", "x", &value, &handle), -102);
-  EXPECT_EQ(log.joined(),
-            "EnumElement: element handle is invalid\n"
-            "EnumElement: element handle is invalid\n"
-            "EnumElement(with same name): element path is invalid\n");
   EXPECT_EQ(value + handle, 2 * kUntouched);
+  EXPECT_EQ(log.joined(), "");
 }
 
 // Repeated same-name calls must answer as a fresh scan would, also when the
@@ -147,10 +135,7 @@ TEST_F(Enumerate, ElementNames) {
                                      }),
               c.expected);
   }
-  EXPECT_TRUE(log.messages().empty());
-  unsigned size = 8;
-  EXPECT_EQ(tk->GetElementName(99, nullptr, &size), -6);
-  EXPECT_EQ(log.joined(), "GetElementName: element handle is invalid\n");
+  EXPECT_EQ(log.joined(), "");
 }
 
 }  // namespace
