@@ -34,11 +34,8 @@ TEST(AttributeList, PositionsCountAndCodePage) {
     unsigned codePage;
     const char* expected;
   } cases[] = {
-      {0, "", 65001, "a=1/3"},
-      {1, "", 65001, "b=two/3"},  // the count comes back, not the next position
-      {2, "", 65001, "c=/3"},
-      {3, "", 65001, "-110/3"},
-      {5, "e", 65001, "-110/0"},
+      {0, "", 65001, "a=1/3"},   {1, "", 65001, "b=two/3"},  // the count, not the next position
+      {2, "", 65001, "c=/3"},    {3, "", 65001, "-110/3"},   {5, "e", 65001, "-110/0"},
       {0, "n", 65001, "xmlns:p=urn:p/2"},  // declarations are listed like attributes
       {1, "n", 65001, "p:k=v/2"},
       {0, "u", 1252, "\xC3\xA9=\x80/1"},  // only the value follows the code page
@@ -73,12 +70,10 @@ TEST(AttributeList, ValueIntoABuffer) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.expected);
     unsigned index = c.position;
-    EXPECT_EQ(tk::test::DescribeRead(TK_VALUE_TEXT, c.capacity,
-                                     [&](unsigned* size, void* buffer) {
-                                       return tk->EnumAttribute(100, "", &index,
-                                                                static_cast<char*>(buffer), size);
-                                     }),
-              c.expected);
+    auto read = [&](unsigned* size, void* buffer) {
+      return tk->EnumAttribute(100, "", &index, static_cast<char*>(buffer), size);
+    };
+    EXPECT_EQ(tk::test::DescribeRead(TK_VALUE_TEXT, c.capacity, read), c.expected);
     EXPECT_EQ(index, c.indexAfter);
   }
 }

@@ -28,9 +28,10 @@ std::string Opened(ITreeKeeper* tk, const std::string& path) {
 TEST(ElementPath, FirstMatchPerLevelWithoutBacktracking) {
   const std::string name63 = "n" + std::string(62, 'x');
   Instance tk;
-  const std::string xml = "<cfg><a/><a><b/></a>text<c><d/></c><cfg><x/></cfg><p:x xmlns:p='urn:p'/><" +
-                          name63 + "/><" + name63 + "x/></cfg>";
-  ASSERT_EQ(test::LoadText(tk.tk, xml), 0);
+  ASSERT_EQ(test::LoadText(tk.tk, "<cfg><a/><a><b/></a>text<c><d/></c><cfg><x/></cfg>"
+                                  "<p:x xmlns:p='urn:p'/><" +
+                                      name63 + "/><" + name63 + "x/></cfg>"),
+            0);
   const struct {
     std::string path;
     std::string opened;
