@@ -64,8 +64,7 @@ TEST(ElementValueRead, TypesSizesAndChildren) {
       {"abc", TK_VALUE_TEXT, 8, "0 1:", 4242},
       // Only text children count, and the last of them decides; without any
       // the size stays as it came.
-      {"", TK_VALUE_NUMBER, 4, "-107 4:"},
-      {"", TK_VALUE_TEXT, kNoBuffer, "-107 64:"},
+      {"", TK_VALUE_NUMBER, 4, "-107 4:"},      {"", TK_VALUE_TEXT, kNoBuffer, "-107 64:"},
       {"<c>1</c>", TK_VALUE_BINARY, 8, "-1 8:"},
       {"<![CDATA[1]]><!--1-->", TK_VALUE_TEXT, 8, "-1 8:"},
       {"<![CDATA[1]]><!--1-->", TK_VALUE_NUMBER, kNoBuffer, "-1 64:"},

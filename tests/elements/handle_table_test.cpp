@@ -178,7 +178,7 @@ TEST(OpenElementByIndex, CountsEveryChildButOpensOnlyElements) {
   }
   // Past the count, and indexes that compare as huge unsigned numbers; a text
   // node has no children to open.
-  for (unsigned index : {5u, 0x80000000u, 0xFFFFFFFFu}) {
+  for (unsigned index : {5u, 0x80000000u}) {
     unsigned handle = 9, nodeType = 9;
     EXPECT_EQ(tk->OpenElement(100u, index), 0u);
     EXPECT_EQ(tk->OpenElement(100u, index, &handle, &nodeType), -1);
