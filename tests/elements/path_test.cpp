@@ -2,7 +2,6 @@
 
 #include <string>
 
-#include "elements/path.h"
 #include "support/default_codeset.h"
 #include "support/test_support.h"
 #include "support/xml_text.h"
@@ -11,13 +10,6 @@ namespace tk {
 namespace {
 
 using test::Instance;
-
-TEST(NormalizePath, NullEmptyAndTrailingSlash) {
-  EXPECT_EQ(NormalizePath(nullptr), nullptr);
-  EXPECT_EQ(NormalizePath(""), nullptr);
-  const char* cases[][2] = {{"a", "a/"}, {"a/", "a/"}, {"a//", "a//"}, {"/", "/"}};
-  for (const auto& c : cases) EXPECT_STREQ(NormalizePath(c[0]).get(), c[1]) << c[0];
-}
 
 // The element a path opens, as XML: "root" for the root, "" when none.
 std::string Opened(ITreeKeeper* tk, const std::string& path) {
