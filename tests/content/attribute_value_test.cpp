@@ -90,8 +90,8 @@ TEST(AttributeValue, WritesBuildTheStoredText) {
   EXPECT_EQ(tk->setAttributeValue(100, "", "e", TK_VALUE_TEXT, 5, nullptr), 0);
   EXPECT_EQ(tk->setAttributeValue(100, "", "\xC3\xA9", TK_VALUE_TEXT, 0, "\xE2\x82\xAC"), 0);
   // n was replaced, not doubled.
-  EXPECT_EQ(DocumentText(tk.tk),
-            "<r n=\"7\" b=\"000fa0\" z=\"\" t=\"a&lt;&amp;&quot;b\" e=\"\" \xC3\xA9=\"\xE2\x82\xAC\"/>");
+  EXPECT_EQ(DocumentText(tk.tk), "<r n=\"7\" b=\"000fa0\" z=\"\" t=\"a&lt;&amp;&quot;b\" e=\"\" "
+                                 "\xC3\xA9=\"\xE2\x82\xAC\"/>");
 }
 
 // 255 bytes fit a local buffer with the terminator; 256 and more do not.
