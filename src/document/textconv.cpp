@@ -125,31 +125,30 @@ int AppendTextForm(std::string_view text, bool terminated, outputstr& out) {
   if (text.empty()) return -1;
   const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
   const size_t plain = FindHighLead(bytes, text.size());
-  if (plain == text.size()) {
-    if (text.size() + 1 > static_cast<size_t>(INT32_MAX)) {
-      Report("Ucs2ToUtf8 error, errcode :");
-      return -1;
-    }
-    if (terminated) {
-      out.append(text.data());
-    } else {
-      const std::string copy(text);
-      out.append(copy.c_str());
-    }
-    return 0;
+  std::unique_ptr<char[]> form;
+  size_t size = text.size();
+  if (plain < text.size()) {
+    // A 4-byte sequence becomes 6 bytes, so half as much again always has
+    // room, and what isn't written is never touched: the text is converted
+    // in one pass and measured afterwards instead of counted first.
+    form.reset(new char[text.size() + text.size() / 2 + 1]);
+    std::memcpy(form.get(), text.data(), plain);
+    char* end = Encode(text.substr(plain), form.get() + plain);
+    *end = '\0';
+    size = static_cast<size_t>(end - form.get());
   }
-  // A 4-byte sequence becomes 6 bytes, so half as much again always has
-  // room, and what isn't written is never touched: the text is converted in
-  // one pass and measured afterwards instead of counted first.
-  std::unique_ptr<char[]> buffer(new char[text.size() + text.size() / 2 + 1]);
-  std::memcpy(buffer.get(), text.data(), plain);
-  char* end = Encode(text.substr(plain), buffer.get() + plain);
-  *end = '\0';
-  if (static_cast<size_t>(end - buffer.get()) + 1 > static_cast<size_t>(INT32_MAX)) {
+  if (size + 1 > static_cast<size_t>(INT32_MAX)) {
     Report("Ucs2ToUtf8 error, errcode :");
     return -1;
   }
-  out.append(buffer.get());
+  if (form) {
+    out.append(form.get());
+  } else if (terminated) {
+    out.append(text.data());
+  } else {
+    const std::string copy(text);
+    out.append(copy.c_str());
+  }
   return 0;
 }
 
