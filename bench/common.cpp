@@ -121,7 +121,7 @@ benchmark::internal::Benchmark* Register(const std::string& op, const DocSpec& s
   return b;
 }
 
-int Main(int argc, char** argv, void (*registerAll)()) {
+int Main(int argc, char** argv, void (*registerAll)(), benchmark::BenchmarkReporter* reporter) {
   int kept = 1;
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--tk_corpus=smoke") == 0) {
@@ -141,7 +141,11 @@ int Main(int argc, char** argv, void (*registerAll)()) {
   registerAll();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
+  if (reporter != nullptr) {
+    benchmark::RunSpecifiedBenchmarks(reporter);
+  } else {
+    benchmark::RunSpecifiedBenchmarks();
+  }
   benchmark::Shutdown();
   return 0;
 }

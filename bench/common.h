@@ -55,9 +55,10 @@ benchmark::internal::Benchmark* Register(const std::string& op, const std::strin
                                          bool manualTime = false);
 
 // Takes the program's own flags out of argv, registers the benchmarks through
-// registerAll, and runs them. The exit status is 0 unless the arguments were
+// registerAll, and runs them (through reporter when one is given). The exit status is 0 unless the arguments were
 // bad; a failing operation shows as an error in the benchmark's result.
-int Main(int argc, char** argv, void (*registerAll)());
+int Main(int argc, char** argv, void (*registerAll)(),
+         benchmark::BenchmarkReporter* reporter = nullptr);
 
 // An instance of the library, deleted with its owner.
 class TkInstance {

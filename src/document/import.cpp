@@ -1,6 +1,8 @@
 #include "document/import.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -12,16 +14,29 @@
 namespace tk {
 namespace {
 
-// The file must exist as a regular file and open for reading. Only regular
-// files are tried, so a directory fails here and a pipe or device can't block.
-bool ProbeFile(const char* fileName) {
-  struct stat info;
-  if (stat(fileName, &info) != 0 || !S_ISREG(info.st_mode)) return false;
-  std::FILE* file = std::fopen(fileName, "r");
-  if (file == nullptr) return false;
-  std::fclose(file);
-  return true;
-}
+// The file to import, opened once by its name as the system knows it and
+// read from that descriptor alone, so a name swapped meanwhile can't change
+// what is read. The open doesn't block, and only a regular file is kept: a
+// directory, pipe or device fails here and can never hold the call.
+class OpenFile {
+ public:
+  explicit OpenFile(const char* fileName) : m_fd(::open(fileName, O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
+    struct stat info;
+    if (m_fd >= 0 && (fstat(m_fd, &info) != 0 || !S_ISREG(info.st_mode))) {
+      ::close(m_fd);
+      m_fd = -1;
+    }
+  }
+  ~OpenFile() {
+    if (m_fd >= 0) ::close(m_fd);
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  int fd() const { return m_fd; }
+
+ private:
+  int m_fd;
+};
 
 }  // namespace
 
@@ -40,8 +55,8 @@ int CheckParseError(const dom::Document& document) {
   return error.errorCode;
 }
 
-int LoadFromFile(dom::Document& document, const std::string& path) {
-  const int loaded = document.load(path.c_str());
+int LoadFromFile(dom::Document& document, int fd, const std::string& path) {
+  const int loaded = document.loadFile(fd, path.c_str());
   const int parsed = CheckParseError(document);
   if (parsed != 0) return parsed;
   return loaded < 0 ? loaded : 0;
@@ -57,9 +72,10 @@ int CTreeKeeper::ImportFromFile(const char* fileName) {
     Report("ImportFromFile:  file name is invalid");
     return -101;
   }
-  // The probe runs before the lock: a name that is no readable local file
+  // The file is opened before the lock: a name that is no readable local file
   // never reaches the loader.
-  if (!ProbeFile(fileName)) {
+  const OpenFile file(fileName);
+  if (file.fd() < 0) {
     Report("ImportFromFile:  file open failed");
     return -101;
   }
@@ -68,7 +84,7 @@ int CTreeKeeper::ImportFromFile(const char* fileName) {
   SetSourceName(fileName);
   std::string path;
   if (AnsiToWide(fileName, path) < 0) return -1;
-  if (LoadFromFile(m_document, path) < 0) {
+  if (LoadFromFile(m_document, file.fd(), path) < 0) {
     Report("ImportFromFile : load failed");
     return -1;
   }

@@ -7,10 +7,10 @@
 
 namespace tk {
 
-// Loads the file `path` (DOM text) into document, synchronously. 0 when it
-// parsed; otherwise a negative status, and a parse error is reported on
-// stderr (ReportParseError).
-int LoadFromFile(dom::Document& document, const std::string& path);
+// Loads the regular file open on fd, named path in its errors, into
+// document, synchronously. 0 when it parsed; otherwise a negative status, and
+// a parse error is reported on stderr (ReportParseError).
+int LoadFromFile(dom::Document& document, int fd, const std::string& path);
 
 // The code of document's last parse error, 0 if it parsed; a failure to get
 // the error counts as a failure. A parse error is reported on stderr.

@@ -244,6 +244,10 @@ class Document {
   // no network is reached, entity expansion and depth are bounded, and the
   // engine prints nothing.
   int load(const char* path);
+  // The same from a file the caller opened (and keeps): it must be a regular
+  // file, and one larger than a document may be is refused unread. url names
+  // it in the parse error.
+  int loadFile(int fd, const char* url);
   int loadBytes(const char* data, size_t length);
   // The error of the last load (errorCode 0 if it parsed).
   int get_parseError(ParseError& out) const;

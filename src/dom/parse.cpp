@@ -13,19 +13,22 @@
 #include <memory>
 #include <new>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "dom/document_object.h"
+#include "dom/load_bounds.h"
 #include "dom/surrogates.h"
 
 namespace tk::dom {
 namespace {
 
-// Negative codes of parse errors: the engine's error number in the low bits.
-int32_t ErrorCode(int engineCode) {
-  return static_cast<int32_t>(0xC00C0000u | (static_cast<uint32_t>(engineCode) & 0xFFFFu));
-}
+int32_t ErrorCode(int engineCode) { return ParseErrorCode(engineCode); }
 constexpr int32_t kCantOpen = static_cast<int32_t>(0x800C0005u);
+
+// Largest document the engine takes.
+constexpr size_t kMaxDocument = static_cast<size_t>(INT_MAX);
 
 struct ParseResult {
   xmlDocPtr doc = nullptr;
@@ -75,53 +78,6 @@ class CollectScope {
   ParseError* m_saved;
 };
 
-// Attributes one element may carry. The engine's tree builder adds each
-// attribute by walking the list before it, so an element with hundreds of
-// thousands of them would take minutes to load; real documents stay far below.
-constexpr int kMaxAttributesPerElement = 10000;
-
-// The engine's element start, refusing an element with too many attributes:
-// the parse stops there and fails with an error that says why.
-// Stops the parse at the current element with an error that says why.
-void StopAtElement(xmlParserCtxtPtr ctxt, std::string reason) {
-  ParseError* first = t_firstFatal;
-  if (first != nullptr && first->errorCode == 0) {
-    first->errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
-    first->line = ctxt->input != nullptr ? ctxt->input->line : 0;
-    first->linepos = ctxt->input != nullptr ? ctxt->input->col : 0;
-    first->reason = std::move(reason);
-  }
-  ctxt->wellFormed = 0;
-  xmlStopParser(ctxt);
-}
-
-// The engine's element start, refusing an element with too many attributes,
-// and a namespace declaration whose value the export could not write back.
-void StartElementBounded(void* context, const xmlChar* localname, const xmlChar* prefix,
-                         const xmlChar* uri, int namespaceCount, const xmlChar** namespaces,
-                         int attributeCount, int defaultedCount, const xmlChar** attributes) {
-  auto* ctxt = static_cast<xmlParserCtxtPtr>(context);
-  auto name = [&]() {
-    std::string qname = prefix != nullptr ? std::string(C(prefix)) + ":" : std::string();
-    return qname + C(localname);
-  };
-  if (attributeCount > kMaxAttributesPerElement) {
-    StopAtElement(ctxt, "Element " + name() + " has more than " +
-                            std::to_string(kMaxAttributesPerElement) + " attributes\n");
-    return;
-  }
-  for (int i = 0; i < namespaceCount; ++i) {
-    const xmlChar* href = namespaces[2 * i + 1];
-    if (href != nullptr && !IsWritableNamespaceUri(C(href))) {
-      StopAtElement(ctxt, "Element " + name() +
-                              " declares a namespace name with '&', '<' or a line break\n");
-      return;
-    }
-  }
-  xmlSAX2StartElementNs(context, localname, prefix, uri, namespaceCount, namespaces,
-                        attributeCount, defaultedCount, attributes);
-}
-
 // UTF-16 by its mark or by the pattern of a leading "<" or "<?".
 bool LooksLikeUtf16(const char* data, size_t length) {
   if (length < 2) return false;
@@ -131,6 +87,14 @@ bool LooksLikeUtf16(const char* data, size_t length) {
   }
   return length >= 4 && ((p[0] == '<' && p[1] == 0 && p[2] != 0 && p[3] == 0) ||
                          (p[0] == 0 && p[1] == '<' && p[2] == 0 && p[3] != 0));
+}
+
+ParseResult TooLarge(const std::string& url) {
+  ParseResult result;
+  result.error.url = url;
+  result.error.errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
+  result.error.reason = "The document is too large.\n";
+  return result;
 }
 
 ParseResult ParseBytes(const char* data, size_t length, const std::string& url) {
@@ -148,16 +112,20 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
     data = fixed.data();
     length = fixed.size();
   }
-  if (length > static_cast<size_t>(INT_MAX)) {
-    result.error.errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
-    result.error.reason = "The document is too large.\n";
-    return result;
-  }
+  if (length > kMaxDocument) return TooLarge(url);
   if (length == 0) {
     result.error.errorCode = ErrorCode(XML_ERR_DOCUMENT_EMPTY);
     result.error.line = 1;
     result.error.linepos = 1;
     result.error.reason = "Document is empty\n";
+    return result;
+  }
+  CrowdedTag crowded;
+  if (FindCrowdedTag(data, length, crowded)) {
+    result.error.errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
+    result.error.line = crowded.line;
+    result.error.linepos = crowded.column;
+    result.error.reason = std::move(crowded.reason);
     return result;
   }
   ParseScope scope;
@@ -168,7 +136,7 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
   xmlCtxtUseOptions(ctxt.get(), ParseOptions());
   // Errors go to this handler alone, never to a handler set for the thread.
   ctxt->sax->serror = CollectError;
-  ctxt->sax->startElementNs = StartElementBounded;
+  LoadGuard guard(ctxt.get(), length);
   ParseError first;
   CollectScope collect(&first);
   if (!url.empty() && ctxt->input != nullptr && ctxt->input->filename == nullptr) {
@@ -201,28 +169,41 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
   return result;
 }
 
-// The whole of a regular file, read in place.
-bool ReadFile(const char* path, std::string& bytes) {
-  FILE* file = std::fopen(path, "rb");
-  if (file == nullptr) return false;
+// The whole of the regular file open on fd, refused unread when it is larger
+// than a document may be. False with errno set when it can't be read.
+bool ReadFile(int fd, std::string& bytes, bool& tooLarge) {
   struct stat info;
-  if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode)) {
-    std::fclose(file);
+  if (fstat(fd, &info) != 0) return false;
+  if (!S_ISREG(info.st_mode)) {
     errno = EISDIR;
     return false;
   }
-  size_t used = 0;
+  tooLarge = static_cast<uint64_t>(info.st_size) > kMaxDocument;
+  if (tooLarge) return true;
   bytes.resize(static_cast<size_t>(info.st_size));
+  size_t used = 0;
   for (;;) {
-    if (used == bytes.size()) bytes.resize(used + 65536);  // the file grew meanwhile
-    const size_t got = std::fread(bytes.data() + used, 1, bytes.size() - used, file);
-    used += got;
+    if (used == bytes.size()) {  // the file grew meanwhile
+      if (used > kMaxDocument) break;
+      bytes.resize(used + 65536);
+    }
+    const ssize_t got = ::read(fd, bytes.data() + used, bytes.size() - used);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
     if (got == 0) break;
+    used += static_cast<size_t>(got);
   }
   bytes.resize(used);
-  const bool ok = std::ferror(file) == 0;
-  std::fclose(file);
-  return ok;
+  tooLarge = used > kMaxDocument;
+  return true;
+}
+
+int CantOpen(auto* object, const char* url, int err) {
+  object->error = ParseError{};
+  object->error.errorCode = kCantOpen;
+  object->error.url = url;
+  object->error.reason = std::string(std::strerror(err)) + "\n";
+  return kCantOpen;
 }
 
 int Finish(auto* object, ParseResult&& result) {
@@ -244,6 +225,12 @@ int Finish(auto* object, ParseResult&& result) {
 
 }  // namespace
 
+int32_t ParseErrorCode(int engineCode) {
+  return static_cast<int32_t>(0xC00C0000u | (static_cast<uint32_t>(engineCode) & 0xFFFFu));
+}
+
+ParseError* FirstFatalError() { return t_firstFatal; }
+
 int Document::loadBytes(const char* data, size_t length) {
   if (m_object == nullptr) return kFail;
   if (data == nullptr && length != 0) return kInvalidArg;
@@ -255,18 +242,23 @@ int Document::loadBytes(const char* data, size_t length) {
 int Document::load(const char* path) {
   if (m_object == nullptr) return kFail;
   if (path == nullptr || *path == '\0') return kInvalidArg;
+  const int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return CantOpen(m_object, path, errno);
+  const int status = loadFile(fd, path);
+  ::close(fd);
+  return status;
+}
+
+int Document::loadFile(int fd, const char* url) {
+  if (m_object == nullptr) return kFail;
+  if (url == nullptr) url = "";
   EnsureEngine();
   QuietEngine quiet;
   std::string bytes;
-  if (!ReadFile(path, bytes)) {
-    const int err = errno;
-    m_object->error = ParseError{};
-    m_object->error.errorCode = kCantOpen;
-    m_object->error.url = path;
-    m_object->error.reason = std::string(std::strerror(err)) + "\n";
-    return kCantOpen;
-  }
-  return Finish(m_object, ParseBytes(bytes.data(), bytes.size(), path));
+  bool tooLarge = false;
+  if (!ReadFile(fd, bytes, tooLarge)) return CantOpen(m_object, url, errno);
+  if (tooLarge) return Finish(m_object, TooLarge(url));
+  return Finish(m_object, ParseBytes(bytes.data(), bytes.size(), url));
 }
 
 }  // namespace tk::dom
