@@ -164,8 +164,9 @@ class TK_API ITreeKeeper {
   // Removes an attribute. 0; -1 (not there); -6; -102; -103 (name null).
   virtual int DeleteAttribute(unsigned handle, const char* path, const char* name) = 0;
   // Reads the element's text value (its last text child decides). Two-call
-  // protocol: a null buffer gives -105 and the size needed in *size.
-  // 0; -1; -6; -102; -105; -107.
+  // protocol: a null buffer gives -105 and the size needed in *size. A code
+  // page the library can't use measures 0 and reads as an empty text into a
+  // buffer of at least one byte. 0; -1; -6; -102; -105; -107.
   virtual int GetElementValue(unsigned handle, const char* path, int type, unsigned* size,
                               void* buffer, unsigned codePage) = 0;
   // As above, in UTF-8 (code page 65001).
