@@ -119,12 +119,17 @@ class TK_API ITreeKeeper {
   // 0; -1 (null or invalid name); -112 (a document is open).
   virtual int CreateEmpty(const char* rootName) = 0;
   // Writes the document to a file, with CR LF line ends. An existing file is
-  // left alone when the export produces nothing. 0; -101; -111.
+  // left alone when the export produces nothing, and as it was when the
+  // write fails: the text goes to a new file beside it that takes its place
+  // (keeping its mode, and owner where allowed; a symbolic link stays and
+  // the file it names is written). Where no file can be made beside it, it
+  // is written in place. 0; -101; -111.
   virtual int ExportToFile(const char* fileName) = 0;
   // Writes the document as UTF-8 XML text with the declaration
   // "<?xml version='1.0' encoding='UTF-8' ?>\n". 0; -1 (no root).
   virtual int ExportToStream(outputstr& out) = 0;
-  // Writes the element of handle, with its subtree, to a file. 0; -101; -111.
+  // Writes the element of handle, with its subtree, to a file, as
+  // ExportToFile does. 0; -101; -111.
   virtual int ExportSubTreeToFile(unsigned handle, const char* fileName) = 0;
   // Writes the element of handle as XML text. 0; -1; -102 (handle not live).
   virtual int ExportSubTreeToStream(unsigned handle, outputstr& out) = 0;

@@ -2,12 +2,16 @@
 // devices that refuse the write, targets cut short or left dangling behind
 // the library's back. Each gives its code, and an existing target keeps its
 // content wherever nothing could be written.
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "robustness/robustness_support.h"
 #include "support/test_support.h"
@@ -53,6 +57,82 @@ TEST(IoFaults, UnwritablePlacesGiveTheWriteCode) {
   EXPECT_EQ(ExportText(tk.tk), std::string(kDeclaration) + kDocument);
 }
 
+// Lowers the file-size limit for the scope. With SIGXFSZ ignored, a write
+// past it fails with EFBIG, as one on a full disk fails.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+    EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &m_saved), 0);
+    rlimit lowered = m_saved;
+    lowered.rlim_cur = bytes;
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &lowered), 0);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &m_saved);
+    std::signal(SIGXFSZ, m_handler);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit m_saved{};
+  void (*m_handler)(int);
+};
+
+std::vector<std::string> Names(const TempDir& dir) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.root())) {
+    names.push_back(entry.path().filename().string());
+  }
+  return names;
+}
+
+// A write that fails part way, or at the very last byte, gives -111 and
+// leaves the previous file byte for byte, with nothing left beside it. A
+// write that succeeds keeps the previous file's mode and owner.
+TEST(IoFaults, FailedWriteKeepsThePreviousFile) {
+  Instance tk;
+  MessageLog log;
+  TempDir dir;
+  std::string document = "<r>";
+  for (int i = 0; i < 50; ++i) document += "<v>0123456789</v>";
+  ASSERT_EQ(tk->ImportFromStream((document + "</r>").c_str(), 1, nullptr), 0);
+  const std::string file = dir.path("out.xml");
+  ASSERT_EQ(tk->ExportToFile(file.c_str()), 0);
+  const std::string exported = ReadFile(file);
+  const std::string old = "<old/>\r\n";
+  WriteFile(file, old);
+  ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+  const bool root = geteuid() == 0;
+  if (root) {
+    ASSERT_EQ(chown(file.c_str(), 4321, 4321), 0);
+  }
+
+  const std::string message = "Error!!! : Failed to Export the file, Name  " + file;
+  for (const rlim_t limit : {exported.size() / 2, exported.size() - 1}) {
+    SCOPED_TRACE(limit);
+    log.clear();
+    {
+      FileSizeLimit fileSize(limit);
+      EXPECT_EQ(tk->ExportToFile(file.c_str()), -111);
+      EXPECT_EQ(tk->ExportSubTreeToFile(100, file.c_str()), -111);
+    }
+    EXPECT_EQ(ReadFile(file), old);
+    EXPECT_EQ(Names(dir), std::vector<std::string>{"out.xml"});
+    ASSERT_EQ(log.messages().size(), 2u) << log.joined();
+    for (const std::string& m : log.messages()) EXPECT_EQ(m.rfind(message, 0), 0u) << m;
+  }
+  ASSERT_EQ(tk->ExportToFile(file.c_str()), 0);
+  EXPECT_EQ(ReadFile(file), exported);
+  struct stat after {};
+  ASSERT_EQ(stat(file.c_str(), &after), 0);
+  EXPECT_EQ(after.st_mode & 07777, 0640u);
+  if (root) {
+    EXPECT_TRUE(after.st_uid == 4321 && after.st_gid == 4321);
+  }
+  EXPECT_EQ(Names(dir), std::vector<std::string>{"out.xml"});
+}
+
 // A target shortened behind the library's back gets the whole text again
 // from the start; through a link whose target was removed, a new file
 // appears at the target.
@@ -71,6 +151,9 @@ TEST(IoFaults, ExportOverATruncatedFileAndADanglingLink) {
   ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
   ASSERT_EQ(tk->ExportToFile(link.c_str()), 0);
   EXPECT_EQ(ReadFile(target), first);
+  struct stat linkStat {};
+  ASSERT_EQ(lstat(link.c_str(), &linkStat), 0);
+  EXPECT_TRUE(S_ISLNK(linkStat.st_mode));
 }
 
 }  // namespace
