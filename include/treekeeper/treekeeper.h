@@ -119,12 +119,17 @@ class TK_API ITreeKeeper {
   // 0; -1 (null or invalid name); -112 (a document is open).
   virtual int CreateEmpty(const char* rootName) = 0;
   // Writes the document to a file, with CR LF line ends. An existing file is
-  // left alone when the export produces nothing. 0; -101; -111.
+  // left alone when the export produces nothing, and as it was when the
+  // write fails: the text goes to a new file beside it that takes its place
+  // (keeping its mode, and owner where allowed; a symbolic link stays and
+  // the file it names is written). Where no file can be made beside it, it
+  // is written in place. 0; -101; -111.
   virtual int ExportToFile(const char* fileName) = 0;
   // Writes the document as UTF-8 XML text with the declaration
   // "<?xml version='1.0' encoding='UTF-8' ?>\n". 0; -1 (no root).
   virtual int ExportToStream(outputstr& out) = 0;
-  // Writes the element of handle, with its subtree, to a file. 0; -101; -111.
+  // Writes the element of handle, with its subtree, to a file, as
+  // ExportToFile does. 0; -101; -111.
   virtual int ExportSubTreeToFile(unsigned handle, const char* fileName) = 0;
   // Writes the element of handle as XML text. 0; -1; -102 (handle not live).
   virtual int ExportSubTreeToStream(unsigned handle, outputstr& out) = 0;
@@ -164,8 +169,9 @@ class TK_API ITreeKeeper {
   // Removes an attribute. 0; -1 (not there); -6; -102; -103 (name null).
   virtual int DeleteAttribute(unsigned handle, const char* path, const char* name) = 0;
   // Reads the element's text value (its last text child decides). Two-call
-  // protocol: a null buffer gives -105 and the size needed in *size.
-  // 0; -1; -6; -102; -105; -107.
+  // protocol: a null buffer gives -105 and the size needed in *size. A code
+  // page the library can't use measures 0 and reads as an empty text into a
+  // buffer of at least one byte. 0; -1; -6; -102; -105; -107.
   virtual int GetElementValue(unsigned handle, const char* path, int type, unsigned* size,
                               void* buffer, unsigned codePage) = 0;
   // As above, in UTF-8 (code page 65001).

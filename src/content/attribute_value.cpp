@@ -66,10 +66,13 @@ int ReadBinary(const std::string& domValue, unsigned* size, void* buffer) {
   return decoded != 0 ? 0 : -104;
 }
 
+// A text the conversion can't measure (0) reads as empty, which still takes
+// a byte for its terminator.
 int ReadText(const std::string& domValue, unsigned* size, void* buffer) {
   const int needed = cp::DomToNarrow(cp::kUtf8, 0, domValue, nullptr, 0);
-  if (buffer == nullptr || *size < static_cast<unsigned>(needed)) {
-    *size = static_cast<unsigned>(needed);
+  const unsigned neededSize = needed > 0 ? static_cast<unsigned>(needed) : 0;
+  if (buffer == nullptr || *size < neededSize || *size == 0) {
+    *size = neededSize;
     return -105;
   }
   char* text = static_cast<char*>(buffer);

@@ -58,13 +58,15 @@ int ReadBinary(std::string_view value, unsigned* size, void* buffer, unsigned ro
   return 0;
 }
 
-// Text follows the buffer protocol; a code page the conversion refuses gives
-// an empty text.
+// Text follows the buffer protocol; a code page the conversion refuses
+// measures 0 and gives an empty text. That still takes a byte, its
+// terminator: a buffer without room for one hears -105 like a null one.
 int ReadText(std::string_view value, unsigned* size, void* buffer, unsigned room,
              TextReadForm form) {
   const int needed = cp::DomToNarrow(form.codePage, form.flags, value, nullptr, 0);
   const unsigned neededSize = needed > 0 ? static_cast<unsigned>(needed) : 0;
-  if (buffer == nullptr || *size < neededSize || room < neededSize) {
+  const unsigned written = needed > 0 ? neededSize : 1;
+  if (buffer == nullptr || *size < written || room < written) {
     *size = neededSize;
     return -105;
   }

@@ -225,6 +225,21 @@ class Sink {
   size_t m_used = 0;
 };
 
+// Writes out what descriptor still holds (a character kept back for a
+// combining mark that might follow, the closing shift sequence of a stateful
+// encoding) and puts it back in its initial state.
+void FlushIconv(iconv_t descriptor, Sink& sink) {
+  for (;;) {
+    char* out = sink.position();
+    size_t outLeft = sink.room();
+    const size_t done = iconv(descriptor, nullptr, nullptr, &out, &outLeft);
+    const int error = errno;
+    sink.advanceTo(out);
+    if (done != static_cast<size_t>(-1) || error != E2BIG) break;
+    sink.grow();
+  }
+}
+
 // Runs src through descriptor. Whatever it can't take is handed to skip,
 // which writes the stand-in and says how many input bytes to pass over.
 template <typename Skip>
@@ -243,20 +258,13 @@ std::string RunIconv(iconv_t descriptor, std::string_view src, Skip skip) {
       sink.grow();
       continue;
     }
+    // What was taken before the bad bytes comes out ahead of their stand-in.
+    FlushIconv(descriptor, sink);
     const size_t passed = skip(reinterpret_cast<const unsigned char*>(in), inLeft, sink);
     in += passed;
     inLeft -= passed;
-    iconv(descriptor, nullptr, nullptr, nullptr, nullptr);
   }
-  for (;;) {  // the closing shift sequence of a stateful encoding
-    char* out = sink.position();
-    size_t outLeft = sink.room();
-    const size_t done = iconv(descriptor, nullptr, nullptr, &out, &outLeft);
-    const int error = errno;
-    sink.advanceTo(out);
-    if (done != static_cast<size_t>(-1) || error != E2BIG) break;
-    sink.grow();
-  }
+  FlushIconv(descriptor, sink);
   return sink.take();
 }
 

@@ -1,11 +1,14 @@
 // The file form of an export: the text form with every line feed written as
 // CR LF, then CR CR LF. The text is built in full (under the instance lock,
 // by the stream operation) before the file is opened, so an export that
-// produces nothing never creates, truncates or touches a file.
+// produces nothing never creates, truncates or touches a file. The text then
+// goes to a new file that replaces the old one only when all of it was
+// written, so a failed write leaves the old file as it was.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
+#include "document/replace_file.h"
 #include "frame/ctreekeeper.h"
 #include "frame/debug_output.h"
 
@@ -73,20 +76,32 @@ int ExportFile(const char* fileName, const FileMessages& messages, Produce produ
     DebugOutput(EmptyText() + messages.guard + fileName);
     return -101;
   }
+  auto write = [&text](std::FILE* file) {
+    return WriteTranslated(file, text.text(), text.length()) &&
+           std::fwrite(kFileEnd, 1, sizeof kFileEnd - 1, file) == sizeof kFileEnd - 1;
+  };
+  auto failed = [&]() {
+    DebugOutput(EmptyText() + "Error!!! : Failed to Export the file, Name  " + fileName +
+                " , Data :  " + text.text());
+    return -111;
+  };
+  switch (ReplaceFile(fileName, write)) {
+    case Replaced::kDone:
+      return 0;
+    case Replaced::kFailed:
+      return failed();
+    case Replaced::kNoPlace:
+      break;
+  }
+  // No new file can stand beside this one (a directory the process can't
+  // write, a device, a file it may not replace): it is written in place.
   std::FILE* file = std::fopen(fileName, "wb");
   if (file == nullptr) {
     DebugOutput(EmptyText() + "Failed to open the file to export File name " + fileName);
     return -111;
   }
-  if (!WriteTranslated(file, text.text(), text.length())) {
-    DebugOutput(EmptyText() + "Error!!! : Failed to Export the file, Name  " + fileName +
-                " , Data :  " + text.text());
-    std::fclose(file);
-    return -111;
-  }
-  // Neither the closing bytes nor the close decide the result.
-  std::fwrite(kFileEnd, 1, sizeof kFileEnd - 1, file);
-  std::fclose(file);
+  const bool written = write(file);
+  if (std::fclose(file) != 0 || !written) return failed();
   return 0;
 }
 

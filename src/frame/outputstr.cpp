@@ -1,8 +1,20 @@
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <new>
 
 #include <treekeeper/treekeeper.h>
+
+namespace {
+
+// True if text points into the block [begin, begin + size). A client may pass
+// a pointer into the object's own text, as std::string allows.
+bool PointsInto(const char* text, const char* begin, uint64_t size) {
+  const std::less<const char*> before;
+  return !before(text, begin) && before(text, begin + size);
+}
+
+}  // namespace
 
 outputstr::outputstr() : m_text(m_inline), m_capacity(sizeof m_inline), m_length(0) {
   m_inline[0] = '\0';
@@ -26,13 +38,17 @@ outputstr& outputstr::append(const char* text) {
     // The multiple of 256 strictly above the need. A heap that refuses the
     // block raises std::bad_alloc and leaves the text as it was.
     const uint64_t capacity = (need / 256 + 1) * 256;
+    // text is copied before the old block goes: it may lie inside it.
     char* block = new char[capacity];
     std::memcpy(block, m_text, m_length);
+    std::memcpy(block + m_length, text, n + 1);
     if (m_text != m_inline) delete[] m_text;
     m_text = block;
     m_capacity = capacity;
+  } else {
+    // A tail of the object's own text ends on the NUL that is overwritten first.
+    std::memmove(m_text + m_length, text, n + 1);
   }
-  std::memcpy(m_text + m_length, text, n + 1);
   m_length += n;
   return *this;
 }
@@ -50,6 +66,13 @@ uint64_t outputstr::length() const { return m_length; }
 bool outputstr::isEmpty() const { return m_text[0] == '\0'; }
 
 outputstr& outputstr::operator=(const char* text) {
+  if (text != nullptr && PointsInto(text, m_text, m_capacity)) {
+    // clear() would free or overwrite the text before append() reads it.
+    const outputstr copy(text);
+    clear();
+    append(copy.m_text);
+    return *this;
+  }
   clear();
   append(text);
   return *this;

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "support/handles.h"
 #include "support/test_support.h"
@@ -77,6 +79,61 @@ TEST(ElementValueRead, TypesSizesAndChildren) {
                                     << c.capacity << " code page " << c.codePage);
     ASSERT_EQ(ReloadText(tk.tk, std::string("<e>") + c.children + "</e>"), 0);
     EXPECT_EQ(Read(tk.tk, c.type, c.capacity, c.codePage), c.expected);
+  }
+}
+
+// Every read of the two-call protocol: a buffer of exactly the size that a
+// null buffer heard is never written past, and the read succeeds or hears
+// the same -105 again: where a code page is refused (it measures 0), and
+// where the last text child asks for more than an earlier one left in *size.
+TEST(ValueReadProtocol, SecondCallStaysWithinTheMeasuredSize) {
+  Instance tk;
+  ASSERT_EQ(ReloadText(tk.tk, "<r><t>\xC3\xA9\xE2\x82\xAC</t><n>12</n><m>one<!--c-->three</m>"
+                              "<c><![CDATA[cd]]></c><e a=\"7\" h=\"abc\"/></r>"),
+            0);
+  using Read = std::function<int(unsigned*, void*)>;
+  auto value = [&](const char* path, int type, unsigned codePage) -> Read {
+    return [=, &tk](unsigned* size, void* buffer) {
+      return tk->GetElementValue(100, path, type, size, buffer, codePage);
+    };
+  };
+  auto attribute = [&](const char* name, int type) -> Read {
+    return [=, &tk](unsigned* size, void* buffer) {
+      return tk->GetAttributeValue(100, "e", name, type, size, buffer);
+    };
+  };
+  const unsigned e = tk->OpenElement("e");
+  const struct {
+    const char* what;
+    Read read;
+    int second = 0;
+  } cases[] = {
+      {"text, refused code page", value("t", TK_VALUE_TEXT, 4242), -105},
+      {"text, 1252", value("t", TK_VALUE_TEXT, 1252)},
+      {"text, two children", value("m", TK_VALUE_TEXT, 65001), -105},
+      {"bytes", value("n", TK_VALUE_BINARY, 65001)},
+      {"CDATA", [&](unsigned* size, void* buffer) {
+         return tk->GetElementCDATAValue(100, "c", TK_VALUE_TEXT, size, buffer);
+       }},
+      {"attribute text", attribute("h", TK_VALUE_TEXT)},
+      {"attribute bytes", attribute("h", TK_VALUE_BINARY)},
+      {"name", [&](unsigned* size, void* buffer) {
+         return tk->GetElementName(e, static_cast<char*>(buffer), size);
+       }},
+      {"attribute enumeration", [&](unsigned* size, void* buffer) {
+         unsigned index = 1;
+         return tk->EnumAttribute(e, nullptr, &index, static_cast<char*>(buffer), size);
+       }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    unsigned measured = 0;
+    ASSERT_EQ(c.read(&measured, nullptr), -105);
+    std::vector<unsigned char> exact(measured + 8, 0xEE);
+    unsigned size = measured;
+    EXPECT_EQ(c.read(&size, exact.data()), c.second);
+    EXPECT_EQ(std::vector<unsigned char>(exact.begin() + measured, exact.end()),
+              std::vector<unsigned char>(8, 0xEE));
   }
 }
 

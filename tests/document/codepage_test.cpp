@@ -80,6 +80,20 @@ TEST(CodePage, OtherCodePagesBothWays) {
   EXPECT_EQ(Encode(1252, 0, "x\xE4\xB8\xAD\xF0\x9F\x98\x80y"), "x??y");
 }
 
+// 1255 and 1258 hold a character back in case a combining mark follows; a
+// byte that doesn't decode must not take that character with it.
+TEST(CodePage, HeldCharacterKeptBeforeABadByte) {
+  const struct {
+    unsigned codePage;
+    const char* bytes;
+    const char* dom;
+  } cases[] = {
+      {1255, "\xE0\xFF\xE1", "\xD7\x90\xEF\xBF\xBD\xD7\x91"},  // alef, bad, bet
+      {1258, "ab\x81" "cd", "ab\xEF\xBF\xBD" "cd"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Decode(c.codePage, c.bytes), c.dom) << c.codePage;
+}
+
 TEST(CodePage, BufferProtocol) {
   char buffer[8] = "zzzzzzz";
   const char* dom = "\xC3\xA9t\xC3\xA9";

@@ -83,6 +83,33 @@ TEST(Outputstr, AssignmentClearsThenAppendsThroughTheVirtuals) {
   EXPECT_EQ(s.text(), std::string(200, 'y'));
 }
 
+// A text that lies inside the object itself is taken as if it were a copy,
+// inline and on the heap: same text, same capacity.
+TEST(Outputstr, OwnTextAppendedOrAssigned) {
+  enum Op { kAppendAll, kAppendTail, kAssignAll, kAssignTail };
+  for (const size_t length : {10u, 127u, 128u, 200u, 300u}) {
+    for (const Op op : {kAppendAll, kAppendTail, kAssignAll, kAssignTail}) {
+      SCOPED_TRACE(std::to_string(length) + " op " + std::to_string(op));
+      std::string start;
+      for (size_t i = 0; i < length; ++i) start += static_cast<char>('a' + i % 26);
+      outputstr s(start.c_str());
+      outputstr copied(start.c_str());
+      const size_t from = op == kAppendTail || op == kAssignTail ? 1 : 0;
+      const std::string part = start.substr(from);
+      if (op == kAppendAll || op == kAppendTail) {
+        s.append(s.text() + from);
+        copied.append(part.c_str());
+      } else {
+        s = s.text() + from;
+        copied = part.c_str();
+      }
+      EXPECT_EQ(std::string(s.text()), copied.text());
+      EXPECT_EQ(s.length(), copied.length());
+      EXPECT_EQ(Capacity(s), Capacity(copied));
+    }
+  }
+}
+
 // The result's capacity comes from its own appends, not from the left
 // operand: 255 bytes reached in two steps fit a block of 256, in one step
 // they need 512, and so does a copy's.
