@@ -79,9 +79,6 @@ struct DocBlock {
   long refs = 0;
   long holders = 0;
   WeakCell* cells = nullptr;
-  // Namespace declarations taken off their element while a reference could
-  // still name them; each keeps its element in its _private field.
-  xmlNsPtr retired = nullptr;
 };
 
 // Makes (or finds) the control block of a document.
@@ -104,13 +101,18 @@ void FreeIfUnpinned(xmlNodePtr top);
 // any more; the moved node itself is never freed by either.
 void Linked(xmlNodePtr node);
 void Unlinked(xmlNodePtr node, xmlNodePtr oldParent);
-// Moves reference counts, weak cells and retired declarations of a subtree
+// Moves reference counts and weak cells of a subtree
 // from one document's block to another's (the subtree has been adopted).
 void TransferSubtree(xmlNodePtr top, DocBlock* from, DocBlock* to);
 // Frees the document of a block if nothing holds it any more.
 void FreeDocumentIfUnused(DocBlock* block);
-// Keeps a namespace declaration that left its element alive as long as the element.
-void RetireNs(xmlNodePtr element, xmlNsPtr ns);
+// A Node naming a namespace declaration counts on the declaration too (the
+// element it names is counted as a node).
+void RefNs(xmlNsPtr ns);
+void UnrefNs(xmlNodePtr element, xmlNsPtr ns);
+// A declaration taken off element's list: freed at once when no Node names
+// it, else when the last one goes.
+void ReleaseNs(xmlNodePtr element, xmlNsPtr ns);
 void LinkWeakCell(WeakCell* cell, xmlNodePtr node, xmlNsPtr ns);
 void UnlinkWeakCell(WeakCell* cell);
 
@@ -172,6 +174,7 @@ struct NodeAccess {
     Node out;
     if (node != nullptr) {
       RefNode(node);
+      if (ns != nullptr) RefNs(ns);
       out.m_node = node;
       out.m_ns = ns;
     }
