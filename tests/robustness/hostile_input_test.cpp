@@ -283,5 +283,24 @@ TEST(HostileInput, NamesWithEveryByteValue) {
   }
 }
 
+// A branch taken out of the tree while a handle holds it, whose elements each
+// declare the prefix they use: its export is one walk over the branch and
+// writes what it wrote in the tree.
+TEST(HostileInput, RemovedBranchWithADeclarationOnEveryElement) {
+  Instance tk;
+  ASSERT_EQ(Import(tk.tk, "<r xmlns:q='urn:q'><s q:a='1'>" +
+                              Repeat("<p:e xmlns:p='urn:p'/>", 160000) + "</s></r>"),
+            0);
+  const unsigned branch = tk->OpenElement("s");
+  outputstr inTree, removed;
+  ASSERT_EQ(tk->ExportSubTreeToStream(branch, inTree), 0);
+  ASSERT_EQ(tk->DeleteElement(100, "s"), 0);
+  {
+    Bound bound{"removed branch export", 1, 256};
+    ASSERT_EQ(tk->ExportSubTreeToStream(branch, removed), 0);
+  }
+  EXPECT_STREQ(removed.text(), inTree.text());
+}
+
 }  // namespace
 }  // namespace tk::test
