@@ -115,6 +115,8 @@ void FreeSubtree(DocBlock* block, xmlNodePtr top) {
     }
     cell = next;
   }
+  // An attribute's subtree holds no node a child list can name.
+  if (top->type != XML_ATTRIBUTE_NODE) ShapeChanged(block);
   BumpStamp();
   if (top->type == XML_ATTRIBUTE_NODE) {
     xmlFreeProp(reinterpret_cast<xmlAttrPtr>(top));
@@ -152,8 +154,10 @@ void ChildUnpinned(xmlNodePtr parent) {
 DocBlock* BlockOf(xmlDocPtr doc) {
   auto* block = static_cast<DocBlock*>(doc->_private);
   if (block == nullptr) {
+    static std::atomic<uint64_t> s_lastId{0};
     block = new DocBlock;
     block->doc = doc;
+    block->id = s_lastId.fetch_add(1, std::memory_order_relaxed) + 1;
     doc->_private = block;
   }
   return block;

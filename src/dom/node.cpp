@@ -225,6 +225,11 @@ bool Node::isSameNode(const Node& other) const noexcept {
   return m_node == other.m_node && m_ns == other.m_ns;
 }
 NodePtr Node::ptr() const noexcept { return NodePtr(m_ns == nullptr ? m_node : nullptr); }
+TreeMark Node::treeMark() const {
+  if (m_node == nullptr) return TreeMark{};
+  const DocBlock* block = BlockOfNode(m_node);
+  return TreeMark{block->id, block->shape};
+}
 
 int Node::nodeType() const { return TypeOf(m_node, m_ns); }
 
