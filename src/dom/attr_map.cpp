@@ -197,10 +197,9 @@ int AttrMap::removeNamedItem(std::string_view qname, Node& out) {
     if (!NameEquals(element, ns, qname)) continue;
     if (NamespaceInUse(element, ns)) return kFail;
     *link = ns->next;
-    ns->next = nullptr;
-    RetireNs(element, ns);
+    out = NodeAccess::Make(element, ns);  // before the release, which frees what nothing names
+    ReleaseNs(element, ns);
     BumpStamp();
-    out = NodeAccess::Make(element, ns);
     return kOk;
   }
   for (xmlAttrPtr attr = element->properties; attr != nullptr; attr = attr->next) {

@@ -47,8 +47,18 @@ int InitThread();
 void UninitThread();
 
 // Bumped on every structural change of any tree and on every free, process-wide.
-// Caches above the DOM layer key on it.
 uint64_t TreeStamp();
+
+// One state of the child lists of a document: two marks are equal only when
+// taken from the same document with none of its child lists changed and none
+// of its nodes that can stand in one freed in between. Attribute and value
+// changes leave the mark as it is. Caches of what a document's lists hold key
+// on it, so that work on other documents or on attributes leaves them valid.
+struct TreeMark {
+  uint64_t document = 0;
+  uint64_t shape = 0;
+  bool operator==(const TreeMark& other) const = default;
+};
 
 class Node;
 class NodeList;
@@ -79,8 +89,8 @@ class NodePtr {
   // what that reads, so that walks over trees larger than the caches don't
   // wait for memory on every step.
   void prefetch() const;
-  // The same node; a stored NodePtr compares meaningfully only while the tree
-  // stamp has not moved since it was taken.
+  // The same node; a stored NodePtr compares meaningfully only while the mark
+  // of its document (or the tree stamp) has not moved since it was taken.
   bool operator==(const NodePtr& other) const = default;
 
  private:
@@ -103,6 +113,8 @@ class Node {
   void reset() noexcept;
   bool isSameNode(const Node& other) const noexcept;
   NodePtr ptr() const noexcept;
+  // The mark of the document the node belongs to; a default mark for a null node.
+  TreeMark treeMark() const;
 
   // kNone for a null node.
   int nodeType() const;
@@ -171,7 +183,8 @@ class XmlText {
 };
 
 // The live child list of a node, in document order. Index access is O(1)
-// amortised for ascending walks.
+// amortised for walks in either direction, also when other lists, other
+// documents or attributes are worked on between the steps.
 class NodeList {
  public:
   NodeList() = default;

@@ -70,6 +70,17 @@ struct WeakCell {
   WeakCell* next = nullptr;
 };
 
+// A known position in one child list, and the list's length once counted
+// (-1 until then). Valid while its shape is the document's.
+struct ChildHint {
+  const xmlNode* parent = nullptr;
+  uint64_t shape = 0;
+  uint64_t used = 0;  // when it last served, for replacing the oldest
+  int32_t index = -1;
+  xmlNodePtr node = nullptr;
+  int32_t length = -1;
+};
+
 // The control block of one engine document, kept in its _private field.
 // refs counts every counted reference to a node whose doc is this document
 // (and to the document node itself); holders counts the Document objects
@@ -79,13 +90,28 @@ struct DocBlock {
   long refs = 0;
   long holders = 0;
   WeakCell* cells = nullptr;
-  // Namespace declarations taken off their element while a reference could
-  // still name them; each keeps its element in its _private field.
-  xmlNsPtr retired = nullptr;
+  // id is unique in the process and never reused; shape moves whenever a
+  // child list of the document changes or a node that can stand in one is
+  // freed. Together they name one state of the document's child lists.
+  uint64_t id = 0;
+  uint64_t shape = 1;
+  // Positions in the child lists walked last, for walks by index. Only
+  // callers that hold the document (an instance under its lock) touch them.
+  static constexpr int kHints = 8;
+  ChildHint hints[kHints];
+  uint64_t hintClock = 0;
 };
 
 // Makes (or finds) the control block of a document.
 DocBlock* BlockOf(xmlDocPtr doc);
+// The control block of the document a node (or document node) belongs to.
+inline DocBlock* BlockOfNode(const xmlNode* node) {
+  return BlockOf(node->doc != nullptr ? node->doc
+                                      : reinterpret_cast<xmlDocPtr>(const_cast<xmlNode*>(node)));
+}
+// A child list of the block's document changed, or one of its nodes is about
+// to be freed: positions known in its lists no longer hold.
+inline void ShapeChanged(DocBlock* block) { ++block->shape; }
 // Sets up a new document for our use: control block and UTF-8 output.
 void AdoptDocument(xmlDocPtr doc);
 
@@ -104,13 +130,18 @@ void FreeIfUnpinned(xmlNodePtr top);
 // any more; the moved node itself is never freed by either.
 void Linked(xmlNodePtr node);
 void Unlinked(xmlNodePtr node, xmlNodePtr oldParent);
-// Moves reference counts, weak cells and retired declarations of a subtree
+// Moves reference counts and weak cells of a subtree
 // from one document's block to another's (the subtree has been adopted).
 void TransferSubtree(xmlNodePtr top, DocBlock* from, DocBlock* to);
 // Frees the document of a block if nothing holds it any more.
 void FreeDocumentIfUnused(DocBlock* block);
-// Keeps a namespace declaration that left its element alive as long as the element.
-void RetireNs(xmlNodePtr element, xmlNsPtr ns);
+// A Node naming a namespace declaration counts on the declaration too (the
+// element it names is counted as a node).
+void RefNs(xmlNsPtr ns);
+void UnrefNs(xmlNodePtr element, xmlNsPtr ns);
+// A declaration taken off element's list: freed at once when no Node names
+// it, else when the last one goes.
+void ReleaseNs(xmlNodePtr element, xmlNsPtr ns);
 void LinkWeakCell(WeakCell* cell, xmlNodePtr node, xmlNsPtr ns);
 void UnlinkWeakCell(WeakCell* cell);
 
@@ -172,6 +203,7 @@ struct NodeAccess {
     Node out;
     if (node != nullptr) {
       RefNode(node);
+      if (ns != nullptr) RefNs(ns);
       out.m_node = node;
       out.m_ns = ns;
     }

@@ -12,6 +12,11 @@
 // or never inserted) is freed when its top stops being pinned; a document is
 // freed when neither a holder nor a reference remains, so the names and
 // dictionary a surviving node uses are never freed under it.
+//
+// A namespace declaration seen as an attribute is named by its element and
+// itself; it counts the Nodes naming it in its own _private field. One taken
+// off its element is freed as soon as none does, so that declaring and
+// removing a prefix over and over leaves nothing behind.
 #include <new>
 
 #include "dom/internal.h"
@@ -77,22 +82,27 @@ void LinkCell(DocBlock* block, WeakCell* cell) {
   block->cells = cell;
 }
 
-// Takes the retired declarations whose element lies in the subtree out of
-// the block's list and gives them back as a chain.
-xmlNsPtr TakeRetired(DocBlock* block, const xmlNode* top) {
-  xmlNsPtr taken = nullptr;
-  xmlNsPtr* link = &block->retired;
-  while (*link != nullptr) {
-    xmlNsPtr ns = *link;
-    if (IsWithin(static_cast<const xmlNode*>(ns->_private), top)) {
-      *link = ns->next;
-      ns->next = taken;
-      taken = ns;
-    } else {
-      link = &ns->next;
+// A namespace declaration's _private word counts the Nodes that name it, in
+// steps of kNsUnit; the low bit marks one taken off its element, which goes
+// when the last of those Nodes does. No other list keeps it.
+constexpr uintptr_t kNsReleased = 1;
+constexpr uintptr_t kNsUnit = 2;
+
+uintptr_t NsWordOf(const xmlNs* ns) { return reinterpret_cast<uintptr_t>(ns->_private); }
+void SetNsWord(xmlNsPtr ns, uintptr_t word) { ns->_private = reinterpret_cast<void*>(word); }
+
+// Frees a declaration no element holds; weak cells naming it are cleared.
+void FreeNs(DocBlock* block, xmlNsPtr ns) {
+  for (WeakCell* cell = block->cells; cell != nullptr;) {
+    WeakCell* next = cell->next;
+    if (cell->ns == ns) {
+      UnlinkCell(block, cell);
+      cell->node = nullptr;
+      cell->ns = nullptr;
     }
+    cell = next;
   }
-  return taken;
+  xmlFreeNs(ns);
 }
 
 void FreeSubtree(DocBlock* block, xmlNodePtr top) {
@@ -105,8 +115,8 @@ void FreeSubtree(DocBlock* block, xmlNodePtr top) {
     }
     cell = next;
   }
-  xmlNsPtr retired = TakeRetired(block, top);
-  if (retired != nullptr) xmlFreeNsList(retired);
+  // An attribute's subtree holds no node a child list can name.
+  if (top->type != XML_ATTRIBUTE_NODE) ShapeChanged(block);
   BumpStamp();
   if (top->type == XML_ATTRIBUTE_NODE) {
     xmlFreeProp(reinterpret_cast<xmlAttrPtr>(top));
@@ -144,8 +154,10 @@ void ChildUnpinned(xmlNodePtr parent) {
 DocBlock* BlockOf(xmlDocPtr doc) {
   auto* block = static_cast<DocBlock*>(doc->_private);
   if (block == nullptr) {
+    static std::atomic<uint64_t> s_lastId{0};
     block = new DocBlock;
     block->doc = doc;
+    block->id = s_lastId.fetch_add(1, std::memory_order_relaxed) + 1;
     doc->_private = block;
   }
   return block;
@@ -234,13 +246,6 @@ void TransferSubtree(xmlNodePtr top, DocBlock* from, DocBlock* to) {
     }
     cell = next;
   }
-  xmlNsPtr retired = TakeRetired(from, top);
-  while (retired != nullptr) {
-    xmlNsPtr next = retired->next;
-    retired->next = to->retired;
-    to->retired = retired;
-    retired = next;
-  }
 }
 
 void FreeDocumentIfUnused(DocBlock* block) {
@@ -253,7 +258,6 @@ void FreeDocumentIfUnused(DocBlock* block) {
     cell->block = nullptr;
     cell = next;
   }
-  if (block->retired != nullptr) xmlFreeNsList(block->retired);
   xmlDocPtr doc = block->doc;
   doc->_private = nullptr;
   delete block;
@@ -261,11 +265,21 @@ void FreeDocumentIfUnused(DocBlock* block) {
   xmlFreeDoc(doc);
 }
 
-void RetireNs(xmlNodePtr element, xmlNsPtr ns) {
-  DocBlock* block = BlockOf(element->doc);
-  ns->_private = element;
-  ns->next = block->retired;
-  block->retired = ns;
+void RefNs(xmlNsPtr ns) { SetNsWord(ns, NsWordOf(ns) + kNsUnit); }
+
+void UnrefNs(xmlNodePtr element, xmlNsPtr ns) {
+  const uintptr_t word = NsWordOf(ns) - kNsUnit;
+  SetNsWord(ns, word);
+  if (word == kNsReleased) FreeNs(BlockOf(element->doc), ns);
+}
+
+void ReleaseNs(xmlNodePtr element, xmlNsPtr ns) {
+  ns->next = nullptr;
+  if (NsWordOf(ns) == 0) {
+    FreeNs(BlockOf(element->doc), ns);
+  } else {
+    SetNsWord(ns, NsWordOf(ns) | kNsReleased);
+  }
 }
 
 void LinkWeakCell(WeakCell* cell, xmlNodePtr node, xmlNsPtr ns) {

@@ -189,6 +189,7 @@ void NodePtr::prefetch() const {
 
 Node::Node(const Node& other) noexcept : m_node(other.m_node), m_ns(other.m_ns) {
   if (m_node != nullptr) RefNode(m_node);
+  if (m_ns != nullptr) RefNs(m_ns);
 }
 Node::Node(Node&& other) noexcept : m_node(other.m_node), m_ns(other.m_ns) {
   other.m_node = nullptr;
@@ -214,14 +215,21 @@ Node& Node::operator=(Node&& other) noexcept {
 Node::~Node() { reset(); }
 void Node::reset() noexcept {
   xmlNodePtr node = m_node;
+  xmlNsPtr ns = m_ns;
   m_node = nullptr;
   m_ns = nullptr;
+  if (ns != nullptr) UnrefNs(node, ns);  // first: the element is still held
   if (node != nullptr) UnrefNode(node);
 }
 bool Node::isSameNode(const Node& other) const noexcept {
   return m_node == other.m_node && m_ns == other.m_ns;
 }
 NodePtr Node::ptr() const noexcept { return NodePtr(m_ns == nullptr ? m_node : nullptr); }
+TreeMark Node::treeMark() const {
+  if (m_node == nullptr) return TreeMark{};
+  const DocBlock* block = BlockOfNode(m_node);
+  return TreeMark{block->id, block->shape};
+}
 
 int Node::nodeType() const { return TypeOf(m_node, m_ns); }
 

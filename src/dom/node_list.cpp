@@ -1,22 +1,48 @@
-// The live child list. Each thread remembers the last position it reached
-// in one list (and that list's length); the memory is valid only while the
-// tree stamp has not moved, so any change or free anywhere discards it. An
-// ascending walk over n children thus costs O(n) in all.
+// The live child list. The document of the list's parent keeps the last
+// positions reached in a few of its lists, and each list's length once
+// counted; they hold while none of that document's child lists has changed
+// and none of its nodes has been freed (attribute and value changes leave
+// them standing). An item is reached from the nearest of the first child, a
+// known position and the last child, so a walk over n children in either
+// direction costs O(n) in all, whatever happens in between to other
+// documents, to attributes and values, or to a few other lists walked at the
+// same time (nested walks included).
 #include "dom/internal.h"
 
 namespace tk::dom {
 namespace {
 
-struct ListCache {
-  uint64_t stamp = 0;
-  const xmlNode* parent = nullptr;
-  int32_t index = -1;
-  xmlNodePtr node = nullptr;
-  uint64_t lengthStamp = 0;
-  const xmlNode* lengthParent = nullptr;
-  int32_t length = 0;
-};
-thread_local ListCache t_cache;
+xmlNodePtr LastVisible(xmlNodePtr node) {
+  while (node != nullptr && !IsVisible(node)) node = node->prev;
+  return node;
+}
+
+// The hint for parent's list: the one it already has, else the stalest one,
+// made over for it.
+ChildHint& HintFor(const xmlNode* parent) {
+  DocBlock* block = BlockOfNode(parent);
+  ChildHint* oldest = nullptr;
+  uint64_t oldestUse = UINT64_MAX;
+  for (ChildHint& hint : block->hints) {
+    const bool valid = hint.shape == block->shape;
+    if (valid && hint.parent == parent) {
+      hint.used = ++block->hintClock;
+      return hint;
+    }
+    const uint64_t use = valid ? hint.used : 0;
+    if (use < oldestUse) {
+      oldest = &hint;
+      oldestUse = use;
+    }
+  }
+  *oldest = ChildHint{};
+  oldest->parent = parent;
+  oldest->shape = block->shape;
+  oldest->used = ++block->hintClock;
+  return *oldest;
+}
+
+int32_t Distance(int32_t a, int32_t b) { return a < b ? b - a : a - b; }
 
 }  // namespace
 
@@ -24,21 +50,16 @@ int NodeList::get_length(int32_t& length) const {
   length = 0;
   xmlNodePtr parent = NodeAccess::Raw(m_parent);
   if (parent == nullptr) return kInvalidArg;
-  if (NodeAccess::Ns(m_parent) != nullptr) return kOk;
-  const uint64_t stamp = TreeStamp();
-  ListCache& cache = t_cache;
-  if (cache.lengthStamp == stamp && cache.lengthParent == parent) {
-    length = cache.length;
-    return kOk;
+  if (NodeAccess::Ns(m_parent) != nullptr || !HasChildList(parent)) return kOk;
+  ChildHint& hint = HintFor(parent);
+  if (hint.length < 0) {
+    int32_t count = 0;
+    for (xmlNodePtr child = FirstChild(parent); child != nullptr; child = NextVisible(child)) {
+      ++count;
+    }
+    hint.length = count;
   }
-  int32_t count = 0;
-  for (xmlNodePtr child = FirstChild(parent); child != nullptr; child = NextVisible(child)) {
-    ++count;
-  }
-  cache.lengthStamp = stamp;
-  cache.lengthParent = parent;
-  cache.length = count;
-  length = count;
+  length = hint.length;
   return kOk;
 }
 
@@ -46,26 +67,30 @@ int NodeList::get_item(int32_t index, Node& out) const {
   out.reset();
   xmlNodePtr parent = NodeAccess::Raw(m_parent);
   if (parent == nullptr) return kInvalidArg;
-  if (index < 0 || NodeAccess::Ns(m_parent) != nullptr) return kFalse;
-  const uint64_t stamp = TreeStamp();
-  ListCache& cache = t_cache;
+  if (index < 0 || NodeAccess::Ns(m_parent) != nullptr || !HasChildList(parent)) return kFalse;
+  ChildHint& hint = HintFor(parent);
+  if (hint.length >= 0 && index >= hint.length) return kFalse;
   int32_t at = 0;
-  xmlNodePtr node = nullptr;
-  if (cache.stamp == stamp && cache.parent == parent && cache.index >= 0 && cache.index <= index) {
-    at = cache.index;
-    node = cache.node;
-  } else {
-    node = FirstChild(parent);
+  xmlNodePtr node = FirstChild(parent);
+  if (hint.node != nullptr && Distance(hint.index, index) < index) {
+    at = hint.index;
+    node = hint.node;
+  }
+  if (hint.length > 0 && hint.length - 1 - index < Distance(at, index)) {
+    at = hint.length - 1;
+    node = LastVisible(parent->last);
   }
   while (node != nullptr && at < index) {
     node = NextVisible(node);
     ++at;
   }
+  while (node != nullptr && at > index) {
+    node = LastVisible(node->prev);
+    --at;
+  }
   if (node == nullptr) return kFalse;
-  cache.stamp = stamp;
-  cache.parent = parent;
-  cache.index = index;
-  cache.node = node;
+  hint.index = index;
+  hint.node = node;
   out = NodeAccess::Make(node);
   // Lists are mostly walked in ascending order: the next child starts
   // loading now rather than when it is asked for.

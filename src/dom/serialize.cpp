@@ -7,6 +7,9 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "dom/internal.h"
@@ -19,12 +22,24 @@ struct OutputCloser {
 };
 using Output = std::unique_ptr<xmlOutputBuffer, OutputCloser>;
 
-bool Contains(const std::vector<xmlNsPtr>& list, const xmlNs* ns) {
-  for (const xmlNs* item : list) {
-    if (item == ns) return true;
+// A set of namespace prefixes compared by their text; the absent prefix (of
+// a default namespace) is one more member.
+class PrefixSet {
+ public:
+  // True when the prefix was not in the set yet.
+  bool insert(const xmlChar* prefix) {
+    if (prefix == nullptr) return !std::exchange(m_absent, true);
+    return m_named.insert(C(prefix)).second;
   }
-  return false;
-}
+  // Every prefix an element declares.
+  void insertDeclared(const xmlNode* element) {
+    for (const xmlNs* own = element->nsDef; own != nullptr; own = own->next) insert(own->prefix);
+  }
+
+ private:
+  std::unordered_set<std::string_view> m_named;  // views of the declarations' own text
+  bool m_absent = false;
+};
 
 bool IsXmlNamespace(const xmlNs* ns) {
   return ns->prefix != nullptr && xmlStrEqual(ns->prefix, X("xml"));
@@ -35,13 +50,6 @@ bool IsXmlNamespace(const xmlNs* ns) {
 bool HasKeptDeclarations(const xmlNode* element) {
   const xmlDoc* doc = element->doc;
   return doc != nullptr && doc->oldNs != nullptr && doc->oldNs->next != nullptr;
-}
-
-bool DeclaresPrefix(const xmlNode* element, const xmlChar* prefix) {
-  for (const xmlNs* own = element->nsDef; own != nullptr; own = own->next) {
-    if (xmlStrEqual(own->prefix, prefix)) return true;
-  }
-  return false;
 }
 
 // Visits every element below top (top included), depth first, until visit
@@ -64,21 +72,19 @@ void EachElement(xmlNodePtr top, Visit visit) {
 }
 
 // The namespaces used in the subtree and declared outside it, one per
-// prefix, found by a walk over the whole subtree.
+// prefix (the first met) and none for a prefix top declares itself, found by
+// one walk over the whole subtree.
 std::vector<xmlNsPtr> MissingDeclarations(xmlNodePtr top) {
-  std::vector<xmlNsPtr> declared;
+  std::unordered_set<const xmlNs*> declared;
+  PrefixSet settled;  // the prefixes top declares and those already missing
+  settled.insertDeclared(top);
   std::vector<xmlNsPtr> missing;
   auto use = [&](xmlNsPtr ns) {
-    if (ns == nullptr || IsXmlNamespace(ns) || Contains(declared, ns) || Contains(missing, ns)) {
-      return;
-    }
-    for (const xmlNs* other : missing) {
-      if (xmlStrEqual(other->prefix, ns->prefix)) return;  // first one per prefix
-    }
-    if (!DeclaresPrefix(top, ns->prefix)) missing.push_back(ns);
+    if (ns == nullptr || IsXmlNamespace(ns) || declared.count(ns) != 0) return;
+    if (settled.insert(ns->prefix)) missing.push_back(ns);
   };
   EachElement(top, [&](xmlNodePtr node) {
-    for (xmlNsPtr ns = node->nsDef; ns != nullptr; ns = ns->next) declared.push_back(ns);
+    for (xmlNsPtr ns = node->nsDef; ns != nullptr; ns = ns->next) declared.insert(ns);
     use(node->ns);
     for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) use(attr->ns);
     return true;
@@ -93,32 +99,30 @@ std::vector<xmlNsPtr> MissingDeclarations(xmlNodePtr top) {
 // subtree costs little more than its serialisation.
 std::vector<xmlNsPtr> UsedAncestorDeclarations(xmlNodePtr element) {
   std::vector<xmlNsPtr> candidates;
+  PrefixSet settled;  // the prefixes the element declares and those of nearer candidates
+  settled.insertDeclared(element);
   for (xmlNodePtr up = element->parent; up != nullptr && up->type == XML_ELEMENT_NODE;
        up = up->parent) {
     for (xmlNsPtr ns = up->nsDef; ns != nullptr; ns = ns->next) {
-      if (IsXmlNamespace(ns) || DeclaresPrefix(element, ns->prefix)) continue;
-      bool shadowed = false;
-      for (const xmlNs* nearer : candidates) {
-        if (xmlStrEqual(nearer->prefix, ns->prefix)) shadowed = true;
-      }
-      if (!shadowed) candidates.push_back(ns);
+      if (!IsXmlNamespace(ns) && settled.insert(ns->prefix)) candidates.push_back(ns);
     }
   }
   std::vector<xmlNsPtr> used;
   if (candidates.empty()) return used;
+  std::unordered_set<const xmlNs*> unused(candidates.begin(), candidates.end());
   constexpr int kWalkBudget = 1024;
   int budget = kWalkBudget;
   auto use = [&](xmlNsPtr ns) {
-    if (ns != nullptr && Contains(candidates, ns) && !Contains(used, ns)) used.push_back(ns);
+    if (ns != nullptr && unused.erase(ns) != 0) used.push_back(ns);
   };
   EachElement(element, [&](xmlNodePtr node) {
     use(node->ns);
     for (xmlAttrPtr attr = node->properties; attr != nullptr; attr = attr->next) use(attr->ns);
-    return used.size() < candidates.size() && --budget > 0;
+    return !unused.empty() && --budget > 0;
   });
   if (budget <= 0) {
     for (xmlNsPtr ns : candidates) {
-      if (!Contains(used, ns)) used.push_back(ns);
+      if (unused.count(ns) != 0) used.push_back(ns);
     }
   }
   return used;

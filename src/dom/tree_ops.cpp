@@ -74,6 +74,7 @@ int Node::appendChild(const Node& child, Node& inTree) {
     // Names, dictionary strings and namespace references move over.
     if (xmlDOMWrapAdoptNode(nullptr, node->doc, node, targetDoc,
                             IsDocumentNode(parent) ? nullptr : parent, 0) != 0) {
+      ShapeChanged(from);  // the engine may have taken it out of its list
       if (node->parent == nullptr) Unlinked(node, oldParent);
       return fail(kFail);
     }
@@ -83,6 +84,8 @@ int Node::appendChild(const Node& child, Node& inTree) {
     xmlUnlinkNode(node);
   }
   LinkLast(parent, node);
+  ShapeChanged(from);
+  if (to != from) ShapeChanged(to);
   Linked(node);
   if (node->type == XML_ELEMENT_NODE) xmlDOMWrapReconcileNamespaces(nullptr, node, 0);
   BumpStamp();
@@ -107,10 +110,12 @@ int Node::removeChild(const Node& child, Node& removed) {
   xmlNodePtr oldParent = node->parent;
   // Namespace references inside the branch are made to stand on their own.
   if (xmlDOMWrapRemoveNode(nullptr, node->doc, node, 0) != 0) {
+    ShapeChanged(BlockOf(node->doc));  // the engine may have taken it out of its list
     if (node->parent == nullptr) Unlinked(node, oldParent);
     return fail(kFail);
   }
   if (node->parent != nullptr) xmlUnlinkNode(node);
+  ShapeChanged(BlockOf(node->doc));
   Unlinked(node, oldParent);
   BumpStamp();
   removed = Node(child);

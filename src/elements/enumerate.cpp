@@ -2,8 +2,9 @@
 //
 // Enumeration keeps no cursor: every call names its position and scans the
 // children afresh. A client that walks n same-named children therefore asks n
-// times for the same scan; a per-thread memo of the last scan's matches makes
-// the repeated calls on an unchanged tree cheap without changing any result.
+// times for the same scan; the instance's memo of the last scan's matches
+// makes the repeated calls cheap while the child lists of the parent's
+// document stay as they were, without changing any result.
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -24,61 +25,17 @@ struct ScanResult {
   dom::Node wanted;  // null when the position names no suitable child
 };
 
-// The element children of one parent that carry one name, in document order.
-// The memo holds no reference: it is valid only while the tree stamp it was
-// taken under still holds. Then no tree has changed and no node has been freed
-// since, so the borrowed pointers, the parent's included, still stand for the
-// same nodes.
-class SameNameMemo {
- public:
-  const std::vector<dom::NodePtr>* find(dom::NodePtr parent, std::string_view name,
-                                        bool defaultIsUtf8, uint64_t stamp) const {
-    if (!m_valid || m_stamp != stamp || !(m_parent == parent) ||
-        m_defaultIsUtf8 != defaultIsUtf8 || m_name != name) {
-      return nullptr;
-    }
-    return &m_matches;
-  }
-
-  const std::vector<dom::NodePtr>& store(const dom::Node& parent, std::string_view name,
-                                         bool defaultIsUtf8, uint64_t stamp) {
-    m_valid = false;
-    m_matches.clear();
-    for (dom::NodePtr child = parent.firstChild(); child; child = child.nextSibling()) {
-      if (ElementNameMatches(child, name)) m_matches.push_back(child);
-    }
-    m_parent = parent.ptr();
-    m_name.assign(name);
-    m_defaultIsUtf8 = defaultIsUtf8;
-    m_stamp = stamp;
-    m_valid = true;
-    return m_matches;
-  }
-
- private:
-  bool m_valid = false;
-  uint64_t m_stamp = 0;
-  dom::NodePtr m_parent;
-  bool m_defaultIsUtf8 = false;
-  std::string m_name;
-  std::vector<dom::NodePtr> m_matches;
-};
-
 // Counts the element children named name and picks the one at position index.
-ScanResult ScanByName(const dom::Node& parent, std::string_view name, uint32_t index) {
-  thread_local SameNameMemo memo;
-  const bool defaultIsUtf8 = cp::DefaultIsUtf8();
-  const uint64_t stamp = dom::TreeStamp();
-  const std::vector<dom::NodePtr>* matches = memo.find(parent.ptr(), name, defaultIsUtf8, stamp);
-  if (matches == nullptr) matches = &memo.store(parent, name, defaultIsUtf8, stamp);
-
+ScanResult ScanByName(SameNameMemo& memo, const dom::Node& parent, std::string_view name,
+                      uint32_t index) {
+  const std::vector<dom::NodePtr>& matches = memo.matches(parent, name);
   ScanResult result;
-  result.count = static_cast<uint32_t>(matches->size());
-  if (index < matches->size()) result.wanted = (*matches)[index].ref();
+  result.count = static_cast<uint32_t>(matches.size());
+  if (index < matches.size()) result.wanted = matches[index].ref();
   // Clients walk the matches in order; a match a few calls ahead starts
   // loading now, so a long walk doesn't wait for memory at every call.
   constexpr size_t kAhead = 2;
-  if (index + kAhead < matches->size()) (*matches)[index + kAhead].prefetch();
+  if (index + kAhead < matches.size()) matches[index + kAhead].prefetch();
   return result;
 }
 
@@ -95,6 +52,27 @@ ScanResult ScanByIndex(const dom::NodeList& children, int32_t length, uint32_t i
 }
 
 }  // namespace
+
+const std::vector<dom::NodePtr>& SameNameMemo::matches(const dom::Node& parent,
+                                                       std::string_view name) {
+  const bool defaultIsUtf8 = cp::DefaultIsUtf8();
+  const dom::TreeMark mark = parent.treeMark();
+  if (m_valid && m_mark == mark && m_parent == parent.ptr() &&
+      m_defaultIsUtf8 == defaultIsUtf8 && m_name == name) {
+    return m_matches;
+  }
+  m_valid = false;
+  m_matches.clear();
+  for (dom::NodePtr child = parent.firstChild(); child; child = child.nextSibling()) {
+    if (ElementNameMatches(child, name)) m_matches.push_back(child);
+  }
+  m_parent = parent.ptr();
+  m_name.assign(name);
+  m_defaultIsUtf8 = defaultIsUtf8;
+  m_mark = mark;
+  m_valid = true;
+  return m_matches;
+}
 
 int CTreeKeeper::EnumElement(unsigned handle, unsigned* outCount) {
   LockGuard guard(m_lock);
@@ -142,7 +120,7 @@ int CTreeKeeper::EnumElement(unsigned handle, const char* path, const char* name
   const uint32_t index = *ioIndex;
   ScanResult scan;
   if (name != nullptr) {
-    scan = ScanByName(node, name, index);
+    scan = ScanByName(m_sameNames, node, name, index);
   } else {
     dom::NodeList children;
     int32_t length = 0;

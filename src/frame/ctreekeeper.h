@@ -9,6 +9,7 @@
 
 #include "dom/dom.h"
 #include "elements/element_table.h"
+#include "elements/same_name_memo.h"
 #include "frame/lock.h"
 
 namespace tk {
@@ -83,6 +84,7 @@ class CTreeKeeper final : public ITreeKeeperXslt {
   std::unique_ptr<char[]> m_sourceName;
   bool m_initialised = false;
   ElementTable m_table;
+  SameNameMemo m_sameNames;  // of the last same-name enumeration
 };
 
 }  // namespace tk

@@ -99,6 +99,21 @@ TEST(DomLifetime, RemovedDeclarationStaysUsable) {
   EXPECT_EQ(Xml(host), "<host><r a=\"1\"/></host>");
 }
 
+// Declaring and removing a prefix over and over must leave nothing behind
+// while the element lives on.
+TEST(DomLifetime, RemovedDeclarationGoesWithItsLastReference) {
+  Document doc = Parse("<r xmlns:p='urn:p'/>");
+  Node root = Root(doc), decl, out;
+  WeakNode weak;
+  ASSERT_EQ(Attributes(root).getNamedItem("xmlns:p", decl), kOk);
+  weak.assign(decl);
+  ASSERT_EQ(Attributes(root).removeNamedItem("xmlns:p", out), kOk);
+  out.reset();
+  EXPECT_TRUE(weak.lock());
+  decl.reset();
+  EXPECT_FALSE(weak.lock());
+}
+
 TEST(DomLifetime, PinsFollowNodesAsTheyMove) {
   Document doc = NewDocument(), other = NewDocument();
   Node x = Element(other, "x"), c, removed, attr, out;

@@ -101,6 +101,30 @@ TEST(DomChildren, ListIsLiveAndIndexWalkMatchesSiblingScan) {
   EXPECT_LT(null.get_childNodes(list), 0);
 }
 
+TEST(DomChildren, IndexAccessInAnyOrderWithOtherListsBetween) {
+  // The document node's list holds a node it doesn't show (the DOCTYPE).
+  Document doc = Parse("<!DOCTYPE d><!--a--><?p x?><d><e/>t<f/></d><!--b-->");
+  Document other = Parse("<o><x/><y/></o>");
+  Node top, inner = Root(doc);
+  ASSERT_EQ(inner.get_parentNode(top), kOk);
+  NodeList list;
+  int32_t length = 0;
+  ASSERT_EQ(top.get_childNodes(list), kOk);
+  ASSERT_EQ(list.get_length(length), kOk);
+  ASSERT_EQ(length, 4);
+  const char* const names[] = {"#comment", "p", "d", "#comment"};
+  const char* const innerNames[] = {"e", "#text", "f"};
+  for (int32_t index : {3, 0, 2, 1, 3, 1, 2, 0}) {
+    Node item;
+    ASSERT_EQ(list.get_item(index, item), kOk);
+    EXPECT_EQ(Name(item), names[index]) << index;
+    EXPECT_EQ(Name(Child(inner, index % 3)), innerNames[index % 3]);
+    EXPECT_EQ(Name(Child(Root(other), index % 2)), index % 2 == 0 ? "x" : "y");
+  }
+  Node item;
+  EXPECT_EQ(list.get_item(4, item), kFalse);
+}
+
 TEST(DomChildren, AppendKeepsAdjacentTextNodesApart) {
   Document doc = NewDocument();
   Node root = Element(doc, "r");

@@ -36,6 +36,10 @@ struct Bound {
   long megabytes;
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
   long rss = MaxRssKb();
+  // For loops that can stop early once the bound has failed.
+  bool over() const {
+    return std::chrono::steady_clock::now() - start >= std::chrono::seconds(seconds * kSlowdown);
+  }
   ~Bound() {
     const auto elapsed = std::chrono::steady_clock::now() - start;
     EXPECT_LT(elapsed, std::chrono::seconds(seconds * kSlowdown)) << what << ": time bound";
@@ -281,6 +285,50 @@ TEST(HostileInput, NamesWithEveryByteValue) {
     EXPECT_EQ(Import(tk.tk, text), 0) << text;
     EXPECT_EQ(ExportText(tk.tk), text);
   }
+}
+
+// Walks by position and by name over a wide element cost one step a child
+// whatever happens between the steps: another document walked beside it, an
+// attribute written on each child.
+TEST(HostileInput, WideWalksBesideOtherWork) {
+  constexpr unsigned kChildren = 20000;
+  const std::string xml = "<r>" + Repeat("<c/>", kChildren) + "</r>";
+  Instance a, b;
+  ASSERT_EQ(Import(a.tk, xml), 0);
+  ASSERT_EQ(Import(b.tk, xml), 0);
+  Bound bound{"wide walks", 2, 256};
+  for (unsigned i = 0; i < kChildren && (i % 1024 != 0 || !bound.over()); ++i) {
+    for (ITreeKeeper* tk : {a.tk, b.tk}) {
+      unsigned count = i, byName = 0;
+      const unsigned byIndex = tk->OpenElement(100, i);
+      ASSERT_NE(byIndex, 0u);
+      ASSERT_EQ(tk->setAttributeValue(byIndex, nullptr, "k", TK_VALUE_TEXT, 0, "v"), 0);
+      ASSERT_EQ(tk->EnumElement(100, nullptr, "c", &count, &byName), 0);
+      ASSERT_EQ(count, kChildren);
+      ASSERT_EQ(tk->setAttributeValue(byName, nullptr, "n", TK_VALUE_TEXT, 0, "v"), 0);
+      tk->CloseElement(byName);
+      tk->CloseElement(byIndex);
+    }
+  }
+}
+
+// A branch taken out of the tree while a handle holds it, whose elements each
+// declare the prefix they use: its export is one walk over the branch and
+// writes what it wrote in the tree.
+TEST(HostileInput, RemovedBranchWithADeclarationOnEveryElement) {
+  Instance tk;
+  ASSERT_EQ(Import(tk.tk, "<r xmlns:q='urn:q'><s q:a='1'>" +
+                              Repeat("<p:e xmlns:p='urn:p'/>", 160000) + "</s></r>"),
+            0);
+  const unsigned branch = tk->OpenElement("s");
+  outputstr inTree, removed;
+  ASSERT_EQ(tk->ExportSubTreeToStream(branch, inTree), 0);
+  ASSERT_EQ(tk->DeleteElement(100, "s"), 0);
+  {
+    Bound bound{"removed branch export", 1, 256};
+    ASSERT_EQ(tk->ExportSubTreeToStream(branch, removed), 0);
+  }
+  EXPECT_STREQ(removed.text(), inTree.text());
 }
 
 }  // namespace
