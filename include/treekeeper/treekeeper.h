@@ -134,11 +134,24 @@ class TK_API ITreeKeeper {
   // Writes the element of handle as XML text. 0; -1; -102 (handle not live).
   virtual int ExportSubTreeToStream(unsigned handle, outputstr& out) = 0;
   // Loads a document from a file. Parse errors are printed on stderr.
+  // The file is opened once, without blocking; only a regular file is read,
+  // and one over 2 GiB - 1 byte is refused (-1) without being read.
   // 0; -1; -101 (name invalid or file can't be opened); -106.
   virtual int ImportFromFile(const char* fileName) = 0;
   // Loads a document from NUL-terminated XML text; size below 1 is refused,
   // any other value lets the call pass. name is an optional label.
   // 0; -1 (open handles, parse error); -105; -106.
+  //
+  // Both imports refuse, as a parse error (-1) whose reason says what was too
+  // many, a document that would cost more than its size: a start tag with
+  // more than 1000 attributes and namespace declarations together (declared
+  // attribute defaults count apart, at most 1000 an element); more than 128
+  // namespace declarations in scope at one element; more than 100,000
+  // distinct names (elements, attributes, prefixes, namespace names and
+  // entities together); entity references and attribute defaults that add
+  // more than 10 characters per byte of input plus 1 MiB; and a reference in
+  // element text to an external entity, whose text is never read. Loading or
+  // refusing takes time proportional to the input's size.
   virtual int ImportFromStream(const char* text, int size, const char* name) = 0;
   // Opens the child element at index (counting every child node). New handle,
   // or 0 (bad handle, no such child, child not an element).

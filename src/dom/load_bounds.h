@@ -19,7 +19,7 @@ namespace tk::dom {
 // Attributes and namespace declarations of one start tag, together.
 constexpr int kMaxAttributesPerElement = 1000;
 // Namespace declarations in scope at any element, its own included.
-constexpr int kMaxNamespacesInScope = 1000;
+constexpr int kMaxNamespacesInScope = 128;
 // Distinct names the parse may meet: element, attribute and entity names,
 // prefixes and namespace names together.
 constexpr size_t kMaxDistinctNames = 100000;

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <climits>
 #include <regex>
 #include <string>
@@ -29,10 +32,14 @@ const char* const kRichText =
     "<empty/><?pi data?><mixed>one<!--c-->two<![CDATA[three]]></mixed></cfg>";
 
 // A name that is no readable local file never reaches the loader (no parse
-// report, and a device can't block the call); a file that doesn't parse is
-// reported on stderr. Either way the instance stays empty and usable.
+// report, and a pipe or device can't block the call); a file too large to be
+// a document is refused unread; a file that doesn't parse is reported on
+// stderr. Either way the instance stays empty and usable.
 TEST(ImportFromFile, Failures) {
   TempDir dir;
+  ASSERT_EQ(mkfifo(dir.path("fifo").c_str(), 0600), 0);
+  ASSERT_EQ(truncate((tk::test::WriteFile(dir.path("huge.xml"), "<r/>"), dir.path("huge.xml")).c_str(),
+                     3LL << 30), 0);  // sparse: no disk used
   const std::string invalid = "ImportFromFile:  file name is invalid\n";
   const std::string unopened = "ImportFromFile:  file open failed\n";
   const std::string unloaded = "ImportFromFile : load failed\n";
@@ -40,6 +47,7 @@ TEST(ImportFromFile, Failures) {
   const struct { std::string name; int result; std::string message; } cases[] = {
       {"(null)", -101, invalid}, {"", -101, invalid}, {dir.root(), -101, unopened},
       {"/dev/null", -101, unopened}, {"http://example.invalid/a.xml", -101, unopened},
+      {dir.path("fifo"), -101, unopened}, {dir.path("huge.xml"), -1, unloaded},
       {DataFile("import_unknown_encoding.xml"), -1, unloaded}, {syntax, -1, unloaded}};
   std::string report;
   for (const auto& c : cases) {

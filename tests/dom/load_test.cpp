@@ -137,13 +137,13 @@ TEST(DomLoadSafety, CrowdedDocumentsAreBounded) {
       {"<r><e" + AttributeList(1000) + "/></r>", ""},
       {"<r><e" + AttributeList(1001) + "/></r>",
        "Element e has more than 1000 attributes and namespace declarations\n"},
-      {"<r xmlns:p='urn:p'><p:e" + Declarations(500, "q") + AttributeList(501, "p:") + "/></r>",
+      {"<r xmlns:p='urn:p'><p:e" + Declarations(100, "q") + AttributeList(901, "p:") + "/></r>",
        "Element p:e has more than 1000 attributes and namespace declarations\n"},
       {Utf16("<r><e" + AttributeList(1001) + "/></r>"),
        "Element e has more than 1000 attributes and namespace declarations\n"},
-      {"<r" + Declarations(600, "p") + "><a" + Declarations(400, "q") + "/></r>", ""},
-      {"<r" + Declarations(600, "p") + "><a" + Declarations(401, "q") + "/></r>",
-       "Element a has more than 1000 namespace declarations in scope\n"},
+      {"<r" + Declarations(100, "p") + "><a" + Declarations(28, "q") + "/></r>", ""},
+      {"<r" + Declarations(100, "p") + "><a" + Declarations(29, "q") + "/></r>",
+       "Element a has more than 128 namespace declarations in scope\n"},
       // What only looks like attributes is not counted.
       {"<!DOCTYPE r [<!-- " + AttributeList(2000) + " -->]><r><!--" + AttributeList(2000) + "--><![CDATA[<x" +
            AttributeList(2000) + ">]]><?pi " + AttributeList(2000) + "?><e a=\"" + AttributeList(2000) + "\"/></r>",
