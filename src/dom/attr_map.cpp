@@ -60,7 +60,6 @@ int SetDeclaration(xmlNodePtr element, std::string_view prefix, const std::strin
     xmlFreeNs(ns);
     throw std::bad_alloc();
   }
-  BumpStamp();
   out = NodeAccess::Make(element, ns);
   return kOk;
 }
@@ -181,7 +180,6 @@ int AttrMap::setNamedItem(const Node& attrNode, Node& out) {
     }
   }
   Linked(node);
-  BumpStamp();
   out = pin;
   if (old != nullptr) FreeIfUnpinned(AsNode(old));
   if (from != to) FreeDocumentIfUnused(from);
@@ -199,14 +197,12 @@ int AttrMap::removeNamedItem(std::string_view qname, Node& out) {
     *link = ns->next;
     out = NodeAccess::Make(element, ns);  // before the release, which frees what nothing names
     ReleaseNs(element, ns);
-    BumpStamp();
     return kOk;
   }
   for (xmlAttrPtr attr = element->properties; attr != nullptr; attr = attr->next) {
     if (!NameEquals(AsNode(attr), nullptr, qname)) continue;
     xmlUnlinkNode(AsNode(attr));
     Unlinked(AsNode(attr), element);
-    BumpStamp();
     out = NodeAccess::Make(AsNode(attr));
     return kOk;
   }

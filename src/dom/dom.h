@@ -46,9 +46,6 @@ enum NodeType : int {
 int InitThread();
 void UninitThread();
 
-// Bumped on every structural change of any tree and on every free, process-wide.
-uint64_t TreeStamp();
-
 // One state of the child lists of a document: two marks are equal only when
 // taken from the same document with none of its child lists changed and none
 // of its nodes that can stand in one freed in between. Attribute and value
@@ -90,7 +87,7 @@ class NodePtr {
   // wait for memory on every step.
   void prefetch() const;
   // The same node; a stored NodePtr compares meaningfully only while the mark
-  // of its document (or the tree stamp) has not moved since it was taken.
+  // of its document has not moved since it was taken.
   bool operator==(const NodePtr& other) const = default;
 
  private:

@@ -13,7 +13,6 @@ namespace {
 
 std::atomic<int> g_failInit{0};
 std::atomic<int> g_failCreate{0};
-std::atomic<uint64_t> g_stamp{1};
 thread_local int t_initCount = 0;
 thread_local int t_parsing = 0;
 
@@ -98,7 +97,5 @@ void UninitThread() {
   if (t_initCount > 0) --t_initCount;
 }
 
-uint64_t TreeStamp() { return g_stamp.load(std::memory_order_acquire); }
-void BumpStamp() { g_stamp.fetch_add(1, std::memory_order_acq_rel); }
 
 }  // namespace tk::dom

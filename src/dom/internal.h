@@ -55,10 +55,6 @@ void* ParserMark();
 // The failure seam of Document::Create.
 bool TakeCreateFailure();
 
-// ---- tree stamp --------------------------------------------------------------
-
-void BumpStamp();
-
 // ---- lifetime (lifetime.cpp) -------------------------------------------------
 
 // A weak cell: the node a WeakNode names, cleared when that node is freed.

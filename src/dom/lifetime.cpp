@@ -117,7 +117,6 @@ void FreeSubtree(DocBlock* block, xmlNodePtr top) {
   }
   // An attribute's subtree holds no node a child list can name.
   if (top->type != XML_ATTRIBUTE_NODE) ShapeChanged(block);
-  BumpStamp();
   if (top->type == XML_ATTRIBUTE_NODE) {
     xmlFreeProp(reinterpret_cast<xmlAttrPtr>(top));
   } else {
@@ -261,7 +260,6 @@ void FreeDocumentIfUnused(DocBlock* block) {
   xmlDocPtr doc = block->doc;
   doc->_private = nullptr;
   delete block;
-  BumpStamp();
   xmlFreeDoc(doc);
 }
 

@@ -395,7 +395,6 @@ int Node::put_nodeValue(std::string_view utf8) {
     text->parent = m_node;
     m_node->children = m_node->last = text;
     if (old != nullptr) xmlFreeNodeList(old);
-    BumpStamp();
     return kOk;
   }
   xmlNodeSetContentLen(m_node, X(utf8.data()), static_cast<int>(utf8.size()));

@@ -219,7 +219,6 @@ int Finish(auto* object, ParseResult&& result) {
   }
   object->error = ParseError{};
   object->Replace(result.doc);
-  BumpStamp();
   return kOk;
 }
 

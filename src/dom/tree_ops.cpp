@@ -88,7 +88,6 @@ int Node::appendChild(const Node& child, Node& inTree) {
   if (to != from) ShapeChanged(to);
   Linked(node);
   if (node->type == XML_ELEMENT_NODE) xmlDOMWrapReconcileNamespaces(nullptr, node, 0);
-  BumpStamp();
   Node pin(child);  // keeps the node while inTree takes it over
   inTree = pin;
   Unlinked(node, oldParent);  // last: the tree it left may go now
@@ -117,7 +116,6 @@ int Node::removeChild(const Node& child, Node& removed) {
   if (node->parent != nullptr) xmlUnlinkNode(node);
   ShapeChanged(BlockOf(node->doc));
   Unlinked(node, oldParent);
-  BumpStamp();
   removed = Node(child);
   return kOk;
 }
