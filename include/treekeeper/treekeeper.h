@@ -24,6 +24,11 @@
 //   -113 CreateElement could not append the new element
 //   >0   platform error number (EnumAttribute with a code page it can't use)
 //
+// Depth: a tree holds at most 257 levels of elements, the root and 256 below
+// it, so that whatever the library writes it also reads back. The imports
+// refuse a deeper document (-1), CreateElement refuses an element deeper down
+// (-113), and ApplyXSLT fails (-1) on a result that would be deeper.
+//
 // Diagnostic messages go to the callback installed with TkSetDebugOutput, one
 // call per message, each ending in a single "\n".
 //
@@ -153,7 +158,8 @@ class TK_API ITreeKeeper {
   virtual int CloseElement(unsigned handle) = 0;
   // Creates the element at path below handle, and the missing ones on the
   // way; the last component is always made new. handle 0xFFFFFFFF creates the
-  // root named path. 0 with *outHandle set; -1; -6; -102; -112; -113.
+  // root named path. 0 with *outHandle set; -1; -6; -102; -112; -113 (also
+  // for an element past the depth limit; the elements above it stay made).
   virtual int CreateElement(unsigned handle, const char* path, unsigned* outHandle) = 0;
   // Copies the element's name (default code page). *ioSize: capacity in, size
   // with terminator out. 0; -1; -6; -105.

@@ -28,6 +28,11 @@ constexpr int kFalse = 1;                                // success, "no" / noth
 constexpr int kFail = static_cast<int>(0x80004005u);     // unspecified failure
 constexpr int kInvalidArg = static_cast<int>(0x80070057u);
 
+// Element levels a tree may have, its top element counted: the most the
+// parser reads back (the root and 256 levels below it). A transformation
+// neither starts from nor gives a deeper tree.
+constexpr int kMaxDepth = 257;
+
 // Node types, as the DOM numbers them.
 enum NodeType : int {
   kNone = 0,

@@ -47,6 +47,31 @@ void EachNode(xmlNodePtr top, Visit visit) {
   }
 }
 
+// The element levels of the subtree at top (top counted when it is an
+// element), without recursion; the walk stops once it finds more than limit.
+int ElementLevels(const xmlNode* top, int limit) {
+  auto levelOf = [](const xmlNode* node) { return node->type == XML_ELEMENT_NODE ? 1 : 0; };
+  int level = levelOf(top);  // elements from top down to node
+  int deepest = level;
+  const xmlNode* node = top;
+  while (deepest <= limit) {
+    if (HasChildList(node) && node->children != nullptr) {
+      node = node->children;
+    } else {
+      while (node != top && node->next == nullptr) {
+        level -= levelOf(node);
+        node = node->parent;
+      }
+      if (node == top) break;
+      level -= levelOf(node);
+      node = node->next;
+    }
+    level += levelOf(node);
+    if (level > deepest) deepest = level;
+  }
+  return deepest;
+}
+
 bool ReadsOtherStylesheets(xmlDocPtr doc) {
   bool found = false;
   EachNode(reinterpret_cast<xmlNodePtr>(doc), [&found](xmlNodePtr node) {
@@ -248,6 +273,13 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
       node->type == XML_ATTRIBUTE_NODE) {
     return kInvalidArg;  // an attribute can't stand as the child of a root
   }
+  // The engine copies and walks trees by recursion, one call or more per
+  // level: on a main thread's 8 MB stack its copies end in a crash at about
+  // 52,000 levels, and the identity template gives up at its own limit near
+  // 1,500. The library's trees are no deeper than kMaxDepth, for which a
+  // transformation needs under 256 KB of stack; a deeper tree is refused
+  // before the engine sees it.
+  if (ElementLevels(node, kMaxDepth) > kMaxDepth) return kFail;
   EnsureEngine();
   QuietEngine quiet;
   auto style = Compile(stylesheet.m_object->doc);
@@ -290,6 +322,8 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
   if (output == nullptr) return kFail;
 
   DocOwner owned(output);
+  // The result becomes a tree of ours: no deeper than the parser reads back.
+  if (ElementLevels(reinterpret_cast<xmlNodePtr>(output), kMaxDepth) > kMaxDepth) return kFail;
   output->type = XML_DOCUMENT_NODE;  // an html output method still makes an XML tree
   output->_private = nullptr;
   ClearCounts(output);

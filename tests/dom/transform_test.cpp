@@ -54,6 +54,24 @@ TEST(DomTransform, RootTemplateFiresForLoadedAndFreeStandingElements) {
   EXPECT_LT(Document::transformNodeToObject(free, NewDocument(), result), 0);
 }
 
+// A tree deeper than an import reads back is refused before the engine's
+// copies and walks (one call per level) run out of stack; the deepest tree
+// an import gives goes through.
+TEST(DomTransform, DepthIsCheckedBeforeTheEngineRuns) {
+  const std::string copy = "<xsl:template match='/'><xsl:copy-of select='.'/></xsl:template>";
+  const std::string sheets[] = {Sheet(""), Sheet(copy),
+                                Sheet("<xsl:strip-space elements='*'/>" + copy)};
+  for (const int depth : {kMaxDepth, 100000}) {
+    Document doc = Parse("<a/>");
+    Node leaf = Root(doc);
+    for (int level = 1; level < depth; ++level) leaf = Append(leaf, Element(doc, "a"));
+    for (const std::string& sheet : sheets) {
+      Document result;
+      EXPECT_EQ(Transform(Root(doc), sheet, result), depth == kMaxDepth ? kOk : kFail) << sheet;
+    }
+  }
+}
+
 // A handler of the calling thread is neither called nor lost.
 int g_reports = 0;
 void CountReport(void*, xmlErrorPtr) { ++g_reports; }
