@@ -235,13 +235,36 @@ class TK_API ITreeKeeperXslt : public ITreeKeeper {
   // size has no effect) and puts the result in its place, all or nothing.
   // Only the root (handle 100) may be open; afterwards every handle has ended
   // and the result's root is 100. The stylesheet cannot read or write files
-  // or reach the network. 0; -1. Takes no lock of its own: keep other threads
-  // off the instance for the whole call.
+  // or reach the network, and runs within the instance's budget (see
+  // ITreeKeeperXsltBudget). 0; -1. Takes no lock of its own: keep other
+  // threads off the instance for the whole call.
   virtual int ApplyXSLT(const char* stylesheet, int size) = 0;
 };
 
 inline ITreeKeeperXslt* TkXslt(ITreeKeeper* treeKeeper) {
   return static_cast<ITreeKeeperXslt*>(treeKeeper);
+}
+
+// Bounds on what one ApplyXSLT may spend. Every instance from
+// TkCreateTreeKeeper implements this extension as well:
+//   ITreeKeeperXsltBudget* x = static_cast<ITreeKeeperXsltBudget*>(treeKeeper);
+class TK_API ITreeKeeperXsltBudget : public ITreeKeeperXslt {
+ public:
+  ~ITreeKeeperXsltBudget() override;
+  // Sets what each later ApplyXSLT of the instance may spend: milliseconds of
+  // wall-clock time from its start, and bytes of memory that the XSLT engine
+  // holds for the transformation, its result included; 0 lifts a bound. A new
+  // instance has 3000 ms and 256 MiB. A transformation that runs out is
+  // stopped at its next step and fails: -1, the document unchanged, and the
+  // message "ApplyXSLT: time budget exceeded" or "ApplyXSLT: memory budget
+  // exceeded". (Memory is counted where the engine allocates from the C
+  // library's heap, as it does unless the program gave it an allocator of its
+  // own.) Always 0.
+  virtual int SetXsltBudget(uint32_t milliseconds, uint64_t bytes) = 0;
+};
+
+inline ITreeKeeperXsltBudget* TkXsltBudget(ITreeKeeper* treeKeeper) {
+  return static_cast<ITreeKeeperXsltBudget*>(treeKeeper);
 }
 
 // Installer object. Its operations ignore their argument and give constant

@@ -14,6 +14,7 @@
 #include <new>
 
 #include "dom/document_object.h"
+#include "dom/transform_budget.h"
 
 namespace tk::dom {
 namespace {
@@ -250,7 +251,9 @@ class ScratchRoot {
   xmlNodePtr m_parent, m_prev, m_next;
 };
 
-xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source) {
+// The transformation itself, within its budget: null when it failed, with
+// budget.status() telling whether the budget ran out.
+xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source, BudgetScope& budget) {
   auto prefs = Sandbox();
   std::unique_ptr<xsltTransformContext, ContextCloser> ctxt(
       xsltNewTransformContext(style, source));
@@ -258,16 +261,22 @@ xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source) {
   xsltSetTransformErrorFunc(ctxt.get(), nullptr, SilentTransformError);
   if (ctxt->xpathCtxt != nullptr) ctxt->xpathCtxt->error = SilentXPathError;
   if (xsltSetCtxtSecurityPrefs(prefs.get(), ctxt.get()) != 0) return nullptr;
+  budget.watch(ctxt.get());
   DocOwner result(
       xsltApplyStylesheetUser(style, source, nullptr, nullptr, nullptr, ctxt.get()));
-  if (ctxt->state == XSLT_STATE_ERROR || ctxt->state == XSLT_STATE_STOPPED) return nullptr;
+  budget.watch(nullptr);
+  if (ctxt->state == XSLT_STATE_ERROR || ctxt->state == XSLT_STATE_STOPPED ||
+      budget.status() != kOk) {
+    return nullptr;
+  }
   return result.release();
 }
 
 }  // namespace
 
 int Document::transformNodeToObject(const Node& source, const Document& stylesheet,
-                                    Document& result) {
+                                    Document& result, const TransformBudget& budget) {
+  const auto start = BudgetScope::Clock::now();
   xmlNodePtr node = NodeAccess::Raw(source);
   if (node == nullptr || NodeAccess::Ns(source) != nullptr || stylesheet.m_object == nullptr ||
       node->type == XML_ATTRIBUTE_NODE) {
@@ -287,6 +296,13 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
 
   const Node pin(source);  // the source stays while it is read
   xmlDocPtr output = nullptr;
+  int spent = kOk;  // what the budget says once the engine ran
+  auto run = [&style, &budget, start, &spent](xmlDocPtr from) {
+    BudgetScope scope(budget, start);
+    xmlDocPtr made = Run(style.get(), from, scope);
+    spent = scope.status();
+    return made;
+  };
   const bool isDocument =
       node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
   const bool isDocumentElement =
@@ -309,17 +325,17 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
       xmlAddChild(reinterpret_cast<xmlNodePtr>(copy.get()), twin);
       ExpectWholeCopy(node, twin);
     }
-    output = Run(style.get(), copy.get());
+    output = run(copy.get());
   } else if (isDocument) {
-    output = Run(style.get(), reinterpret_cast<xmlDocPtr>(node));
+    output = run(reinterpret_cast<xmlDocPtr>(node));
   } else if (isDocumentElement) {
     // The element of a document: the document is the root.
-    output = Run(style.get(), node->doc);
+    output = run(node->doc);
   } else {
     ScratchRoot scratch(node);
-    output = Run(style.get(), scratch.doc());
+    output = run(scratch.doc());
   }
-  if (output == nullptr) return kFail;
+  if (output == nullptr) return spent != kOk ? spent : kFail;
 
   DocOwner owned(output);
   // The result becomes a tree of ours: no deeper than the parser reads back.

@@ -13,7 +13,7 @@
 
 namespace tk {
 
-class CTreeKeeper final : public ITreeKeeperXslt {
+class CTreeKeeper final : public ITreeKeeperXsltBudget {
  public:
   CTreeKeeper();  // raises CArbException* when the engine can't be set up
   ~CTreeKeeper() override;
@@ -67,6 +67,7 @@ class CTreeKeeper final : public ITreeKeeperXslt {
   uint64_t GetHandleCount() override;
 
   int ApplyXSLT(const char* stylesheet, int size) override;
+  int SetXsltBudget(uint32_t milliseconds, uint64_t bytes) override;
 
  private:
   // Stores a copy of name as the source name (null or "" clears nothing: the
@@ -83,6 +84,7 @@ class CTreeKeeper final : public ITreeKeeperXslt {
   std::unique_ptr<char[]> m_sourceName;
   bool m_initialised = false;
   ElementTable m_table;
+  dom::TransformBudget m_xsltBudget;
 };
 
 }  // namespace tk

@@ -19,30 +19,6 @@ namespace {
 
 constexpr const char* kMarker = "SECRET-9c41d7";
 
-// Sanitizer builds run the engine's memory traffic through interceptors:
-// their time bounds are wider.
-#if defined(__SANITIZE_THREAD__)
-constexpr int kSlowdown = 6;
-#elif defined(__SANITIZE_ADDRESS__)
-constexpr int kSlowdown = 3;
-#else
-constexpr int kSlowdown = 1;
-#endif
-
-// Time and peak memory of one case, checked at the end of its scope.
-struct Bound {
-  const char* what;
-  int seconds;
-  long megabytes;
-  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
-  long rss = MaxRssKb();
-  ~Bound() {
-    const auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_LT(elapsed, std::chrono::seconds(seconds * kSlowdown)) << what << ": time bound";
-    EXPECT_LT(MaxRssKb() - rss, megabytes * 1024) << what << ": memory bound";
-  }
-};
-
 std::string Repeat(const std::string& part, int count) {
   std::string all;
   all.reserve(part.size() * count);
