@@ -234,8 +234,10 @@ class TK_API ITreeKeeperXslt : public ITreeKeeper {
   // Runs the document through an XSLT 1.0 stylesheet (NUL-terminated text;
   // size has no effect) and puts the result in its place, all or nothing.
   // Only the root (handle 100) may be open; afterwards every handle has ended
-  // and the result's root is 100. The stylesheet cannot read or write files
-  // or reach the network, and runs within the instance's budget (see
+  // and the result's root is 100. The stylesheet cannot read or write files,
+  // reach the network or load code (one that declares extension namespaces
+  // is refused, and only the XSLT processor's built-in extension functions
+  // exist), and runs within the instance's budget (see
   // ITreeKeeperXsltBudget). 0; -1. Takes no lock of its own: keep other
   // threads off the instance for the whole call.
   virtual int ApplyXSLT(const char* stylesheet, int size) = 0;

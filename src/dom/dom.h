@@ -269,7 +269,7 @@ class Document {
   // Transforms with the stylesheet held by stylesheet (a document loaded from
   // the stylesheet text) starting from source, which may be a free-standing
   // element; result receives the output tree. The stylesheet can't read or
-  // write files, make directories or reach the network. A
+  // write files, make directories, reach the network or load code. A
   // transformation that runs out of its budget stops with kOutOfTime or
   // kOutOfMemory.
   static int transformNodeToObject(const Node& source, const Document& stylesheet,

@@ -1,9 +1,9 @@
 // Transformation through a stylesheet into a fresh document.
 //
 // The stylesheet runs in a sandbox: it can't read or write files, make
-// directories or reach the network, and a stylesheet that imports or
-// includes another one is refused before it is compiled. The engine's
-// messages go nowhere.
+// directories, reach the network or load code, and a stylesheet that imports
+// or includes another one, or declares extension namespaces, is refused
+// before it is compiled. The engine's messages go nowhere.
 #include <libxslt/security.h>
 #include <libxslt/transform.h>
 #include <libxslt/xslt.h>
@@ -15,6 +15,7 @@
 
 #include "dom/document_object.h"
 #include "dom/transform_budget.h"
+#include "dom/transform_extensions.h"
 
 namespace tk::dom {
 namespace {
@@ -192,7 +193,10 @@ using DocOwner = std::unique_ptr<xmlDoc, DocCloser>;
 // Compiles a copy of the stylesheet document (compilation takes the tree
 // over and changes it).
 std::unique_ptr<xsltStylesheet, StylesheetCloser> Compile(xmlDocPtr source) {
-  if (xmlDocGetRootElement(source) == nullptr || ReadsOtherStylesheets(source)) return nullptr;
+  if (xmlDocGetRootElement(source) == nullptr || ReadsOtherStylesheets(source) ||
+      DeclaresExtensions(source)) {
+    return nullptr;
+  }
   DocOwner copy(xmlCopyDoc(source, 1));
   if (!copy) throw std::bad_alloc();
   copy->_private = nullptr;
@@ -202,7 +206,10 @@ std::unique_ptr<xsltStylesheet, StylesheetCloser> Compile(xmlDocPtr source) {
   if (!style) throw std::bad_alloc();
   // Expressions that don't compile are reported to this context alone.
   if (style->xpathCtxt != nullptr) style->xpathCtxt->error = SilentXPathError;
-  if (xsltParseStylesheetUser(style.get(), copy.get()) != 0) return nullptr;
+  ForeignTopLevelAside aside(copy.get());
+  const int parsed = xsltParseStylesheetUser(style.get(), copy.get());
+  aside.restore();
+  if (parsed != 0) return nullptr;
   copy.release();  // the stylesheet owns it now
   if (style->errors != 0) style.reset();
   return style;
@@ -261,6 +268,7 @@ xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source, BudgetScope& budget) {
   xsltSetTransformErrorFunc(ctxt.get(), nullptr, SilentTransformError);
   if (ctxt->xpathCtxt != nullptr) ctxt->xpathCtxt->error = SilentXPathError;
   if (xsltSetCtxtSecurityPrefs(prefs.get(), ctxt.get()) != 0) return nullptr;
+  CloseExtensionLookups(ctxt.get());
   budget.watch(ctxt.get());
   DocOwner result(
       xsltApplyStylesheetUser(style, source, nullptr, nullptr, nullptr, ctxt.get()));
