@@ -46,10 +46,11 @@ class BudgetScope {
   void charge(int64_t bytes, size_t asked);
 
  private:
+  [[gnu::noinline]] void check();
   void runOut(int status);
 
   BudgetScope* m_outer;
-  uint64_t m_limit;  // bytes; 0 for none
+  int64_t m_limit;  // bytes held at most
   Clock::time_point m_deadline;
   bool m_timed;
   int64_t m_held = 0;
