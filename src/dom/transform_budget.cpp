@@ -84,8 +84,10 @@ void Stop(xsltTransformContextPtr ctxt) {
 }  // namespace
 
 void InstallCountingAllocator() {
-  xmlStrdupFunc strdup = nullptr;
-  if (xmlGcMemGet(&g_free, &g_malloc, &g_mallocAtomic, &g_realloc, &strdup) != 0) return;
+  xmlStrdupFunc previousStrdup = nullptr;
+  if (xmlGcMemGet(&g_free, &g_malloc, &g_mallocAtomic, &g_realloc, &previousStrdup) != 0) {
+    return;
+  }
   g_sized = g_free == &std::free && g_malloc == &std::malloc && g_mallocAtomic == &std::malloc &&
             g_realloc == &std::realloc;
   // Copies are made through the allocator found, whatever its strdup was.
