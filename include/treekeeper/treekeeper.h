@@ -24,6 +24,11 @@
 //   -113 CreateElement could not append the new element
 //   >0   platform error number (EnumAttribute with a code page it can't use)
 //
+// Depth: a tree holds at most 257 levels of elements, the root and 256 below
+// it, so that whatever the library writes it also reads back. The imports
+// refuse a deeper document (-1), CreateElement refuses an element deeper down
+// (-113), and ApplyXSLT fails (-1) on a result that would be deeper.
+//
 // Diagnostic messages go to the callback installed with TkSetDebugOutput, one
 // call per message, each ending in a single "\n".
 //
@@ -171,7 +176,8 @@ class TK_API ITreeKeeper {
   virtual int CloseElement(unsigned handle) = 0;
   // Creates the element at path below handle, and the missing ones on the
   // way; the last component is always made new. handle 0xFFFFFFFF creates the
-  // root named path. 0 with *outHandle set; -1; -6; -102; -112; -113.
+  // root named path. 0 with *outHandle set; -1; -6; -102; -112; -113 (also
+  // for an element past the depth limit; the elements above it stay made).
   virtual int CreateElement(unsigned handle, const char* path, unsigned* outHandle) = 0;
   // Copies the element's name (default code page). *ioSize: capacity in, size
   // with terminator out. 0; -1; -6; -105.
@@ -247,14 +253,39 @@ class TK_API ITreeKeeperXslt : public ITreeKeeper {
   // Runs the document through an XSLT 1.0 stylesheet (NUL-terminated text;
   // size has no effect) and puts the result in its place, all or nothing.
   // Only the root (handle 100) may be open; afterwards every handle has ended
-  // and the result's root is 100. The stylesheet cannot read or write files
-  // or reach the network. 0; -1. Takes no lock of its own: keep other threads
-  // off the instance for the whole call.
+  // and the result's root is 100. The stylesheet cannot read or write files,
+  // reach the network or load code (one that declares extension namespaces
+  // is refused, and only the XSLT processor's built-in extension functions
+  // exist), and runs within the instance's budget (see
+  // ITreeKeeperXsltBudget). 0; -1. Takes no lock of its own: keep other
+  // threads off the instance for the whole call.
   virtual int ApplyXSLT(const char* stylesheet, int size) = 0;
 };
 
 inline ITreeKeeperXslt* TkXslt(ITreeKeeper* treeKeeper) {
   return static_cast<ITreeKeeperXslt*>(treeKeeper);
+}
+
+// Bounds on what one ApplyXSLT may spend. Every instance from
+// TkCreateTreeKeeper implements this extension as well:
+//   ITreeKeeperXsltBudget* x = static_cast<ITreeKeeperXsltBudget*>(treeKeeper);
+class TK_API ITreeKeeperXsltBudget : public ITreeKeeperXslt {
+ public:
+  ~ITreeKeeperXsltBudget() override;
+  // Sets what each later ApplyXSLT of the instance may spend: milliseconds of
+  // wall-clock time from its start, and bytes of memory that the XSLT engine
+  // holds for the transformation, its result included; 0 lifts a bound. A new
+  // instance has 3000 ms and 256 MiB. A transformation that runs out is
+  // stopped at its next step and fails: -1, the document unchanged, and the
+  // message "ApplyXSLT: time budget exceeded" or "ApplyXSLT: memory budget
+  // exceeded". (Memory is counted where the engine allocates from the C
+  // library's heap, as it does unless the program gave it an allocator of its
+  // own.) Always 0.
+  virtual int SetXsltBudget(uint32_t milliseconds, uint64_t bytes) = 0;
+};
+
+inline ITreeKeeperXsltBudget* TkXsltBudget(ITreeKeeper* treeKeeper) {
+  return static_cast<ITreeKeeperXsltBudget*>(treeKeeper);
 }
 
 // Installer object. Its operations ignore their argument and give constant

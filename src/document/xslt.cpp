@@ -11,7 +11,7 @@ namespace tk {
 // The stylesheet and the result live in documents of their own, and nothing
 // of the instance changes until the result stands; a failure on the way gives
 // -1 with no message (the stylesheet's parse error and the transformation's
-// error are not looked at).
+// error are not looked at), except where the budget ran out.
 int CTreeKeeper::ApplyXSLT(const char* stylesheet, int /*size: the text ends at its NUL*/) {
   // Trailing closed slots go first, even when the call then fails.
   m_table.trimTrailingClosed();
@@ -34,7 +34,10 @@ int CTreeKeeper::ApplyXSLT(const char* stylesheet, int /*size: the text ends at 
   if (LoadFromText(sheet, stylesheet) < 0) return -1;
   dom::Document result;
   if (dom::Document::Create(result) < 0) return -1;
-  if (dom::Document::transformNodeToObject(root, sheet, result) < 0) return -1;
+  const int transformed = dom::Document::transformNodeToObject(root, sheet, result, m_xsltBudget);
+  if (transformed == dom::kOutOfTime) Report("ApplyXSLT: time budget exceeded");
+  if (transformed == dom::kOutOfMemory) Report("ApplyXSLT: memory budget exceeded");
+  if (transformed < 0) return -1;
   dom::Node element;
   if (result.get_documentElement(element) < 0) return -1;
 
@@ -45,6 +48,13 @@ int CTreeKeeper::ApplyXSLT(const char* stylesheet, int /*size: the text ends at 
   m_document = std::move(result);
   m_root.assign(element);
   m_table.append(std::move(element));
+  return 0;
+}
+
+int CTreeKeeper::SetXsltBudget(uint32_t milliseconds, uint64_t bytes) {
+  LockGuard guard(m_lock);
+  m_xsltBudget.milliseconds = milliseconds;
+  m_xsltBudget.bytes = bytes;
   return 0;
 }
 

@@ -27,6 +27,21 @@ constexpr int kOk = 0;
 constexpr int kFalse = 1;                                // success, "no" / nothing there
 constexpr int kFail = static_cast<int>(0x80004005u);     // unspecified failure
 constexpr int kInvalidArg = static_cast<int>(0x80070057u);
+constexpr int kOutOfTime = static_cast<int>(0x800705B4u);    // a time budget ran out
+constexpr int kOutOfMemory = static_cast<int>(0x8007000Eu);  // a memory budget ran out
+
+// Element levels a tree may have, its top element counted: the most the
+// parser reads back (the root and 256 levels below it). A transformation
+// neither starts from nor gives a deeper tree.
+constexpr int kMaxDepth = 257;
+
+// What one transformation may spend: wall-clock time from its start, and
+// the memory the engine holds for it while it runs (the result included).
+// 0 lifts a bound.
+struct TransformBudget {
+  uint32_t milliseconds = 3000;
+  uint64_t bytes = uint64_t{256} << 20;
+};
 
 // Node types, as the DOM numbers them.
 enum NodeType : int {
@@ -268,9 +283,12 @@ class Document {
   // Transforms with the stylesheet held by stylesheet (a document loaded from
   // the stylesheet text) starting from source, which may be a free-standing
   // element; result receives the output tree. The stylesheet can't read or
-  // write files, make directories or reach the network.
+  // write files, make directories, reach the network or load code. A
+  // transformation that runs out of its budget stops with kOutOfTime or
+  // kOutOfMemory.
   static int transformNodeToObject(const Node& source, const Document& stylesheet,
-                                   Document& result);
+                                   Document& result,
+                                   const TransformBudget& budget = TransformBudget());
 
  private:
   friend struct NodeAccess;

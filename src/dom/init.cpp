@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "dom/internal.h"
+#include "dom/transform_budget.h"
 
 namespace tk::dom {
 namespace {
@@ -43,6 +44,7 @@ void SilentStructuredError(void*, xmlErrorPtr) {}
 
 void SetUpEngine() {
   xmlInitParser();
+  InstallCountingAllocator();
   QuietEngine quiet;  // the rest of the set-up allocates through the engine
   g_previousLoader = xmlGetExternalEntityLoader();
   xmlSetExternalEntityLoader(GuardedLoader);

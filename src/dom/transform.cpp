@@ -1,9 +1,9 @@
 // Transformation through a stylesheet into a fresh document.
 //
 // The stylesheet runs in a sandbox: it can't read or write files, make
-// directories or reach the network, and a stylesheet that imports or
-// includes another one is refused before it is compiled. The engine's
-// messages go nowhere.
+// directories, reach the network or load code, and a stylesheet that imports
+// or includes another one, or declares extension namespaces, is refused
+// before it is compiled. The engine's messages go nowhere.
 #include <libxslt/security.h>
 #include <libxslt/transform.h>
 #include <libxslt/xslt.h>
@@ -14,6 +14,8 @@
 #include <new>
 
 #include "dom/document_object.h"
+#include "dom/transform_budget.h"
+#include "dom/transform_extensions.h"
 
 namespace tk::dom {
 namespace {
@@ -45,6 +47,31 @@ void EachNode(xmlNodePtr top, Visit visit) {
     if (node == top) break;
     node = node->next;
   }
+}
+
+// The element levels of the subtree at top (top counted when it is an
+// element), without recursion; the walk stops once it finds more than limit.
+int ElementLevels(const xmlNode* top, int limit) {
+  auto levelOf = [](const xmlNode* node) { return node->type == XML_ELEMENT_NODE ? 1 : 0; };
+  int level = levelOf(top);  // elements from top down to node
+  int deepest = level;
+  const xmlNode* node = top;
+  while (deepest <= limit) {
+    if (HasChildList(node) && node->children != nullptr) {
+      node = node->children;
+    } else {
+      while (node != top && node->next == nullptr) {
+        level -= levelOf(node);
+        node = node->parent;
+      }
+      if (node == top) break;
+      level -= levelOf(node);
+      node = node->next;
+    }
+    level += levelOf(node);
+    if (level > deepest) deepest = level;
+  }
+  return deepest;
 }
 
 bool ReadsOtherStylesheets(xmlDocPtr doc) {
@@ -166,7 +193,10 @@ using DocOwner = std::unique_ptr<xmlDoc, DocCloser>;
 // Compiles a copy of the stylesheet document (compilation takes the tree
 // over and changes it).
 std::unique_ptr<xsltStylesheet, StylesheetCloser> Compile(xmlDocPtr source) {
-  if (xmlDocGetRootElement(source) == nullptr || ReadsOtherStylesheets(source)) return nullptr;
+  if (xmlDocGetRootElement(source) == nullptr || ReadsOtherStylesheets(source) ||
+      DeclaresExtensions(source)) {
+    return nullptr;
+  }
   DocOwner copy(xmlCopyDoc(source, 1));
   if (!copy) throw std::bad_alloc();
   copy->_private = nullptr;
@@ -176,7 +206,10 @@ std::unique_ptr<xsltStylesheet, StylesheetCloser> Compile(xmlDocPtr source) {
   if (!style) throw std::bad_alloc();
   // Expressions that don't compile are reported to this context alone.
   if (style->xpathCtxt != nullptr) style->xpathCtxt->error = SilentXPathError;
-  if (xsltParseStylesheetUser(style.get(), copy.get()) != 0) return nullptr;
+  ForeignTopLevelAside aside(copy.get());
+  const int parsed = xsltParseStylesheetUser(style.get(), copy.get());
+  aside.restore();
+  if (parsed != 0) return nullptr;
   copy.release();  // the stylesheet owns it now
   if (style->errors != 0) style.reset();
   return style;
@@ -225,7 +258,9 @@ class ScratchRoot {
   xmlNodePtr m_parent, m_prev, m_next;
 };
 
-xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source) {
+// The transformation itself, within its budget: null when it failed, with
+// budget.status() telling whether the budget ran out.
+xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source, BudgetScope& budget) {
   auto prefs = Sandbox();
   std::unique_ptr<xsltTransformContext, ContextCloser> ctxt(
       xsltNewTransformContext(style, source));
@@ -233,21 +268,35 @@ xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source) {
   xsltSetTransformErrorFunc(ctxt.get(), nullptr, SilentTransformError);
   if (ctxt->xpathCtxt != nullptr) ctxt->xpathCtxt->error = SilentXPathError;
   if (xsltSetCtxtSecurityPrefs(prefs.get(), ctxt.get()) != 0) return nullptr;
+  CloseExtensionLookups(ctxt.get());
+  budget.watch(ctxt.get());
   DocOwner result(
       xsltApplyStylesheetUser(style, source, nullptr, nullptr, nullptr, ctxt.get()));
-  if (ctxt->state == XSLT_STATE_ERROR || ctxt->state == XSLT_STATE_STOPPED) return nullptr;
+  budget.watch(nullptr);
+  if (ctxt->state == XSLT_STATE_ERROR || ctxt->state == XSLT_STATE_STOPPED ||
+      budget.status() != kOk) {
+    return nullptr;
+  }
   return result.release();
 }
 
 }  // namespace
 
 int Document::transformNodeToObject(const Node& source, const Document& stylesheet,
-                                    Document& result) {
+                                    Document& result, const TransformBudget& budget) {
+  const auto start = BudgetScope::Clock::now();
   xmlNodePtr node = NodeAccess::Raw(source);
   if (node == nullptr || NodeAccess::Ns(source) != nullptr || stylesheet.m_object == nullptr ||
       node->type == XML_ATTRIBUTE_NODE) {
     return kInvalidArg;  // an attribute can't stand as the child of a root
   }
+  // The engine copies and walks trees by recursion, one call or more per
+  // level: on a main thread's 8 MB stack its copies end in a crash at about
+  // 52,000 levels, and the identity template gives up at its own limit near
+  // 1,500. The library's trees are no deeper than kMaxDepth, for which a
+  // transformation needs under 256 KB of stack; a deeper tree is refused
+  // before the engine sees it.
+  if (ElementLevels(node, kMaxDepth) > kMaxDepth) return kFail;
   EnsureEngine();
   QuietEngine quiet;
   auto style = Compile(stylesheet.m_object->doc);
@@ -255,6 +304,13 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
 
   const Node pin(source);  // the source stays while it is read
   xmlDocPtr output = nullptr;
+  int spent = kOk;  // what the budget says once the engine ran
+  auto run = [&style, &budget, start, &spent](xmlDocPtr from) {
+    BudgetScope scope(budget, start);
+    xmlDocPtr made = Run(style.get(), from, scope);
+    spent = scope.status();
+    return made;
+  };
   const bool isDocument =
       node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
   const bool isDocumentElement =
@@ -277,19 +333,21 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
       xmlAddChild(reinterpret_cast<xmlNodePtr>(copy.get()), twin);
       ExpectWholeCopy(node, twin);
     }
-    output = Run(style.get(), copy.get());
+    output = run(copy.get());
   } else if (isDocument) {
-    output = Run(style.get(), reinterpret_cast<xmlDocPtr>(node));
+    output = run(reinterpret_cast<xmlDocPtr>(node));
   } else if (isDocumentElement) {
     // The element of a document: the document is the root.
-    output = Run(style.get(), node->doc);
+    output = run(node->doc);
   } else {
     ScratchRoot scratch(node);
-    output = Run(style.get(), scratch.doc());
+    output = run(scratch.doc());
   }
-  if (output == nullptr) return kFail;
+  if (output == nullptr) return spent != kOk ? spent : kFail;
 
   DocOwner owned(output);
+  // The result becomes a tree of ours: no deeper than the parser reads back.
+  if (ElementLevels(reinterpret_cast<xmlNodePtr>(output), kMaxDepth) > kMaxDepth) return kFail;
   output->type = XML_DOCUMENT_NODE;  // an html output method still makes an XML tree
   output->_private = nullptr;
   ClearCounts(output);

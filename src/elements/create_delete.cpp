@@ -20,6 +20,18 @@ dom::Node FindElementChild(const dom::Node& parent, std::string_view component) 
   return dom::Node();
 }
 
+// Elements from node up to the top of its tree, node included.
+int LevelOf(const dom::Node& node) {
+  int level = 0;
+  for (dom::Node at = node; at && at.nodeType() == dom::kElement;) {
+    ++level;
+    dom::Node parent;
+    if (at.get_parentNode(parent) < 0) break;
+    at = std::move(parent);
+  }
+  return level;
+}
+
 // Makes an element named `component` (default code page) and appends it to
 // parent. Returns 0 with inTree set; -1 when the name can't be made into an
 // element; 1 when the append gave no node.
@@ -57,6 +69,9 @@ int CTreeKeeper::CreateElement(unsigned handle, const char* path, unsigned* outH
 
   // Every component but the last is found or made; the last is always made.
   dom::Node current = *start;
+  // No element goes deeper than an import reads back: below the last level
+  // the append is refused, as the DOM refuses a child it can't hold.
+  int level = LevelOf(current);
   bool lastFound = false;
   std::string component;
   std::string lastMatch;
@@ -73,16 +88,22 @@ int CTreeKeeper::CreateElement(unsigned handle, const char* path, unsigned* outH
       dom::Node match = FindElementChild(current, component);
       if (match) {
         current = std::move(match);
+        ++level;
         lastFound = true;
         lastMatch = component;
         component.clear();
         continue;
       }
     }
+    if (level >= dom::kMaxDepth) {
+      current.reset();
+      break;
+    }
     dom::Node inTree;
     const int made = AppendNewElement(m_document, current, component, inTree);
     if (made < 0) return -1;
     current = std::move(inTree);
+    ++level;
     component.clear();
     if (!current) break;  // the parent took no child (a text node, for one)
   }

@@ -14,7 +14,7 @@
 
 namespace tk {
 
-class CTreeKeeper final : public ITreeKeeperXslt {
+class CTreeKeeper final : public ITreeKeeperXsltBudget {
  public:
   CTreeKeeper();  // raises CArbException* when the engine can't be set up
   ~CTreeKeeper() override;
@@ -68,6 +68,7 @@ class CTreeKeeper final : public ITreeKeeperXslt {
   uint64_t GetHandleCount() override;
 
   int ApplyXSLT(const char* stylesheet, int size) override;
+  int SetXsltBudget(uint32_t milliseconds, uint64_t bytes) override;
 
  private:
   // Stores a copy of name as the source name (null or "" clears nothing: the
@@ -85,6 +86,7 @@ class CTreeKeeper final : public ITreeKeeperXslt {
   bool m_initialised = false;
   ElementTable m_table;
   SameNameMemo m_sameNames;  // of the last same-name enumeration
+  dom::TransformBudget m_xsltBudget;
 };
 
 }  // namespace tk

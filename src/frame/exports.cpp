@@ -12,6 +12,7 @@
 
 ITreeKeeper::~ITreeKeeper() = default;
 ITreeKeeperXslt::~ITreeKeeperXslt() = default;
+ITreeKeeperXsltBudget::~ITreeKeeperXsltBudget() = default;
 ITreeKeeperInstaller::~ITreeKeeperInstaller() = default;
 tk::CCoreRtLock::~CCoreRtLock() = default;
 

@@ -1,13 +1,17 @@
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <treekeeper/treekeeper.h>
 
+#include "robustness/robustness_support.h"
 #include "support/test_support.h"
 #include "support/xml_text.h"
 
 namespace {
 
+using tk::test::Bound;
 using tk::test::DocumentText;
 using tk::test::Instance;
 using tk::test::LoadText;
@@ -134,6 +138,89 @@ TEST(ApplyXslt, Sandbox) {
                       " xmlns:exsl='http://exslt.org/common' extension-element-prefixes='exsl'"));
   EXPECT_TRUE(applied == 0 || DocumentText(instance.tk) == "<a/>");
   EXPECT_FALSE(tk::test::FileExists(written));
+}
+
+// A named template that calls itself twice on n - 1: 2^n calls.
+std::string Branching(int n) {
+  const std::string call =
+      "<xsl:call-template name='t'><xsl:with-param name='n' select='$n - 1'/></xsl:call-template>";
+  return Sheet("<xsl:template match='/'><r><xsl:call-template name='t'><xsl:with-param name='n' "
+               "select='" + std::to_string(n) + "'/></xsl:call-template></r></xsl:template>"
+               "<xsl:template name='t'><xsl:param name='n'/><xsl:if test='$n &gt; 0'>" +
+               call + call + "</xsl:if></xsl:template>");
+}
+
+// A text doubled n times by concat($s, $s); the result holds its length.
+std::string Doubling(int n) {
+  return Sheet("<xsl:template match='/'><r><xsl:call-template name='d'><xsl:with-param name='n' "
+               "select='" + std::to_string(n) + "'/><xsl:with-param name='s' select='\"x\"'/>"
+               "</xsl:call-template></r></xsl:template><xsl:template name='d'><xsl:param "
+               "name='n'/><xsl:param name='s'/><xsl:choose><xsl:when test='$n &gt; 0'>"
+               "<xsl:call-template name='d'><xsl:with-param name='n' select='$n - 1'/>"
+               "<xsl:with-param name='s' select='concat($s, $s)'/></xsl:call-template></xsl:when>"
+               "<xsl:otherwise><xsl:value-of select='string-length($s)'/></xsl:otherwise>"
+               "</xsl:choose></xsl:template>");
+}
+
+const std::string kOutOfTime = "ApplyXSLT: time budget exceeded\n";
+const std::string kOutOfMemory = "ApplyXSLT: memory budget exceeded\n";
+
+// Work for days, or for terabytes of text, ends within the default budget:
+// -1, the document as it was, and a message that names the budget.
+TEST(ApplyXslt, DefaultBudgetEndsRunawayStylesheets) {
+  Instance instance;
+  ASSERT_EQ(LoadText(instance.tk, "<a/>"), 0);
+  for (const std::string& sheet : {Branching(40), Doubling(40)}) {
+    MessageLog log;
+    {
+      Bound bound{"default budget", 5, 512};
+      EXPECT_EQ(Apply(instance, sheet), -1);
+    }
+    EXPECT_EQ(DocumentText(instance.tk), "<a/>");
+    EXPECT_TRUE(log.joined() == kOutOfTime || log.joined() == kOutOfMemory) << log.joined();
+  }
+}
+
+// A client's budgets: each bound alone, lifted, and each counted for its own
+// transformation only, whatever runs on other threads.
+TEST(ApplyXslt, BudgetsSetByTheClient) {
+  Instance instance;
+  ASSERT_EQ(LoadText(instance.tk, "<a/>"), 0);
+  ITreeKeeperXsltBudget* budget = TkXsltBudget(instance.tk);
+  const struct {
+    uint32_t milliseconds;
+    uint64_t bytes;
+    std::string sheet;
+    const std::string& message;
+  } cases[] = {
+      {100, 0, Branching(40), kOutOfTime},
+      {0, 1 << 20, Doubling(22), kOutOfMemory},  // 4 MB of text
+  };
+  for (const auto& c : cases) {
+    MessageLog log;
+    ASSERT_EQ(budget->SetXsltBudget(c.milliseconds, c.bytes), 0);
+    EXPECT_EQ(Apply(instance, c.sheet), -1);
+    EXPECT_EQ(log.joined(), c.message);
+  }
+  ASSERT_EQ(budget->SetXsltBudget(0, 0), 0);
+  ASSERT_EQ(Apply(instance, Doubling(22)), 0);
+  EXPECT_EQ(DocumentText(instance.tk), "<r>4194304</r>");
+
+  // Small transformations within 4 MB on this thread, while another makes
+  // 16 MB of text.
+  std::atomic<bool> done{false};
+  std::thread large([&done] {
+    Instance other;
+    EXPECT_EQ(LoadText(other.tk, "<a/>"), 0);
+    EXPECT_EQ(TkXsltBudget(other.tk)->SetXsltBudget(0, 0), 0);
+    EXPECT_EQ(Apply(other, Doubling(24)), 0);
+    done = true;
+  });
+  ASSERT_EQ(budget->SetXsltBudget(0, 4 << 20), 0);
+  int failed = 0;
+  while (!done) failed += Apply(instance, kIdentity) != 0;
+  large.join();
+  EXPECT_EQ(failed, 0);
 }
 
 }  // namespace

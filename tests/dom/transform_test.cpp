@@ -1,7 +1,9 @@
 // Transformations: where they start, what they make, and what they leave alone.
 #include <gtest/gtest.h>
+#include <libexslt/exslt.h>
 #include <libxml/globals.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "dom/dom.h"
@@ -52,6 +54,69 @@ TEST(DomTransform, RootTemplateFiresForLoadedAndFreeStandingElements) {
   EXPECT_LT(Document::transformNodeToObject(Node(), style, result), 0);
   EXPECT_LT(Document::transformNodeToObject(Attribute(created, "a"), style, result), 0);
   EXPECT_LT(Document::transformNodeToObject(free, NewDocument(), result), 0);
+}
+
+// A tree deeper than an import reads back is refused before the engine's
+// copies and walks (one call per level) run out of stack; the deepest tree
+// an import gives goes through.
+TEST(DomTransform, DepthIsCheckedBeforeTheEngineRuns) {
+  const std::string copy = "<xsl:template match='/'><xsl:copy-of select='.'/></xsl:template>";
+  const std::string sheets[] = {Sheet(""), Sheet(copy),
+                                Sheet("<xsl:strip-space elements='*'/>" + copy)};
+  for (const int depth : {kMaxDepth, 100000}) {
+    Document doc = Parse("<a/>");
+    Node leaf = Root(doc);
+    for (int level = 1; level < depth; ++level) leaf = Append(leaf, Element(doc, "a"));
+    for (const std::string& sheet : sheets) {
+      Document result;
+      EXPECT_EQ(Transform(Root(doc), sheet, result), depth == kMaxDepth ? kOk : kFail) << sheet;
+    }
+  }
+}
+
+// No stylesheet makes the engine load a plugin, not even in a process whose
+// own extensions (here: EXSLT's) wake the engine's search at compile time:
+// extension namespaces are refused, foreign top-level elements are never
+// looked up, and at run time only the engine's built-ins exist.
+TEST(DomTransform, NoStylesheetLoadsAPlugin) {
+  ASSERT_EQ(setenv("LIBXSLT_PLUGINS_PATH", TK_XSLT_PLUGIN_DIR, 1), 0);
+  exsltRegisterAll();
+  const std::string ns = "<xsl:stylesheet version='1.0' xmlns:p='http://example.com/plugin' "
+                         "xmlns:xsl='http://www.w3.org/1999/XSL/Transform'";
+  const std::string lookups =
+      "<xsl:template match='/'><r><xsl:value-of select=\"concat(function-available('p:f'), "
+      "element-available('p:e'), element-available('e'), function-available('x:node-set'), "
+      "element-available('xsl:for-each'), element-available('x:debug'), "
+      "count(x:node-set(document('')/*/p:*)), name(document('')/*/*[3]))\"/></r>"
+      "</xsl:template>";
+  const struct {
+    std::string sheet;
+    const char* result;  // null: refused
+  } cases[] = {
+      {ns + " extension-element-prefixes='p'><xsl:template match='/'><r/></xsl:template>"
+            "</xsl:stylesheet>",
+       nullptr},
+      {ns + "><xsl:template match='/'><p:e xsl:extension-element-prefixes='p'/></xsl:template>"
+            "</xsl:stylesheet>",
+       nullptr},
+      {ns + "><xsl:template match='/'><r><xsl:value-of select='p:f()'/></r></xsl:template>"
+            "</xsl:stylesheet>",
+       nullptr},
+      {ns + " xmlns='http://example.com/plugin' xmlns:x='http://xmlsoft.org/XSLT/namespace'>"
+            "<p:one/>" + lookups + "<p:two/></xsl:stylesheet>",
+       "falsefalsefalsetruetruetrue2p:two"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.sheet);
+    Document result;
+    const int status = Transform(Root(Parse("<a/>")), c.sheet, result);
+    EXPECT_EQ(status, c.result != nullptr ? kOk : kFail);
+    if (c.result != nullptr && status == kOk) {
+      EXPECT_EQ(Value(Child(Root(result), 0)), c.result);
+    }
+    EXPECT_EQ(std::getenv("TK_XSLT_PLUGIN_LOADED"), nullptr);
+  }
+  unsetenv("LIBXSLT_PLUGINS_PATH");
 }
 
 // A handler of the calling thread is neither called nor lost.

@@ -3,6 +3,8 @@
 
 #include <sys/resource.h>
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <future>
 #include <memory>
@@ -40,6 +42,38 @@ inline long MaxRssKb() {
   getrusage(RUSAGE_SELF, &usage);
   return usage.ru_maxrss;
 }
+
+// Sanitizer builds run the engine's memory traffic through interceptors:
+// their time bounds are wider. The thread sanitizer's shadow of every page
+// touched counts in the resident set as well.
+#if defined(__SANITIZE_THREAD__)
+constexpr int kSlowdown = 6;
+constexpr int kMemoryFactor = 2;
+#elif defined(__SANITIZE_ADDRESS__)
+constexpr int kSlowdown = 3;
+constexpr int kMemoryFactor = 1;
+#else
+constexpr int kSlowdown = 1;
+constexpr int kMemoryFactor = 1;
+#endif
+
+// Time and peak memory of one case, checked at the end of its scope.
+struct Bound {
+  const char* what;
+  int seconds;
+  long megabytes;
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+  long rss = MaxRssKb();
+  // For loops that can stop early once the bound has failed.
+  bool over() const {
+    return std::chrono::steady_clock::now() - start >= std::chrono::seconds(seconds * kSlowdown);
+  }
+  ~Bound() {
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_LT(elapsed, std::chrono::seconds(seconds * kSlowdown)) << what << ": time bound";
+    EXPECT_LT(MaxRssKb() - rss, megabytes * 1024 * kMemoryFactor) << what << ": memory bound";
+  }
+};
 
 // The whole document as text, or "" when the export failed.
 inline std::string ExportText(ITreeKeeper* tk) {
