@@ -167,13 +167,20 @@ void StartElementBounded(void* context, const xmlChar* localname, const xmlChar*
   }
   if (TooManyNames(ctxt)) return;
   LoadGuard::State* state = t_guard;
-  if (state != nullptr && state->ctxt == ctxt && defaultedCount > 0) {
+  if (state != nullptr && state->ctxt == ctxt && (defaultedCount > 0 || namespaceCount > 0)) {
     // A defaulted attribute costs its value and a node: count the node as
-    // the length of a short value, so that empty defaults count too.
+    // the length of a short value, so that empty defaults count too. Each
+    // declaration is copied into the tree; the defaulted ones can't be told
+    // apart here, so all are counted (those written in the document at most
+    // once over again).
     constexpr size_t kNodeCost = 32;
     size_t added = 0;
     for (int i = attributeCount - defaultedCount; i < attributeCount; ++i) {
       added += static_cast<size_t>(attributes[5 * i + 4] - attributes[5 * i + 3]) + kNodeCost;
+    }
+    for (int i = 0; i < namespaceCount; ++i) {
+      const xmlChar* href = namespaces[2 * i + 1];
+      added += (href != nullptr ? std::strlen(C(href)) : 0) + kNodeCost;
     }
     if (!Produce(*state, added)) return;
   }

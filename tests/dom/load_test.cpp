@@ -152,6 +152,9 @@ TEST(DomLoadSafety, CrowdedDocumentsAreBounded) {
        "In entity 'e': Element x has more than 1000 attributes and namespace declarations\n"},
       {bigEntity + "<r a='" + Times(120, "&e;") + "'/>",
        "Entity references and attribute defaults expand to more than "},
+      {bigEntity.substr(0, bigEntity.size() - 2) + "<!ATTLIST x xmlns:p CDATA '&e;'>]><r>" +
+           Times(100, "<x/>") + "</r>",
+       "Entity references and attribute defaults expand to more than "},
       {"<!DOCTYPE r [<!ATTLIST t" + defaults(1000) + ">]><r><t/></r>", ""},
       {"<!DOCTYPE r [<!ATTLIST t" + defaults(1001) + ">]><r/>",
        "Element t has more than 1000 attribute defaults\n"},
