@@ -51,7 +51,7 @@ constexpr int kSlowdown = 6;
 constexpr int kMemoryFactor = 2;
 #elif defined(__SANITIZE_ADDRESS__)
 constexpr int kSlowdown = 3;
-constexpr int kMemoryFactor = 1;
+constexpr int kMemoryFactor = 2;  // red zones, and freed blocks held in quarantine
 #else
 constexpr int kSlowdown = 1;
 constexpr int kMemoryFactor = 1;
