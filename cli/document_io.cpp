@@ -13,6 +13,7 @@
 #include "errors.h"
 #include "file_output.h"
 #include "stderr_capture.h"
+#include "utf8_text.h"
 
 namespace tkcli {
 namespace {
@@ -187,6 +188,7 @@ std::string Document::Render(unsigned handle, bool crlf) const {
     throw CliError(kFailed, m_name + ": the library could not write the document as XML (" +
                                 std::to_string(result) + ")");
   }
+  JoinSurrogatePairs(bytes);
   return bytes;
 }
 

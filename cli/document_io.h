@@ -33,7 +33,8 @@ class Document {
   void CreateEmpty(const std::string& root);
 
   // The element of handle (the whole document for the root handle) as XML:
-  // the library's text form, or with crlf its file form.
+  // the library's text form, or with crlf its file form, in well-formed
+  // UTF-8 (a character above U+FFFF as one 4-byte sequence).
   std::string Render(unsigned handle, bool crlf) const;
 
  private:

@@ -77,6 +77,28 @@ TEST(WriteCommands, ValuesReadBackInTheFormTheyWereWritten) {
   }
 }
 
+TEST(WriteCommands, CharactersAboveU10000AreWrittenAsFourBytes) {
+  // U+1F600 in an attribute as four bytes, and in text as the two 3-byte
+  // halves the library's export writes: both forms are read.
+  const std::string smile = "\xF0\x9F\x98\x80";
+  Scratch dir;
+  const std::string file = dir.path("e.xml");
+  WriteBytes(file, "<cfg a=\"" + smile + "\"><motd>Hi \xED\xA0\xBD\xED\xB8\x80</motd></cfg>");
+  const std::string sheet = dir.path("copy.xsl");
+  WriteBytes(sheet,
+             "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+             "<xsl:template match='/'><xsl:copy-of select='*'/></xsl:template></xsl:stylesheet>");
+  const std::string expected = "<cfg a=\"" + smile + "\"><motd>Hi " + smile + "</motd>";
+  const std::vector<std::vector<std::string>> cases = {
+      {"cat", file}, {"cat", file, "--crlf"}, {"xslt", file, sheet}, {"set", file, "port", "81"}};
+  for (const auto& args : cases) {
+    const ToolRun run = RunTool(args);
+    const std::string written = args[0] == "set" ? ReadBytes(file) : run.out;
+    EXPECT_EQ(run.status, 0) << args[0] << run.err;
+    EXPECT_NE(written.find(expected), std::string::npos) << args[0] << ": " << written;
+  }
+}
+
 TEST(WriteCommands, OutputGoesWhereAsked) {
   Scratch dir;
   const std::string file = dir.Copy("config.xml");
