@@ -7,6 +7,8 @@
 
 #include <treekeeper/treekeeper.h>
 
+#include "input_files.h"
+
 namespace tkcli {
 
 constexpr unsigned kRootHandle = 100;
@@ -23,8 +25,8 @@ class Document {
   // How messages name the document: the file name, or "<stdin>".
   const std::string& name() const { return m_name; }
 
-  // Loads FILE, or standard input for "-". A file that can't be read or is
-  // not well-formed XML ends the command with status 3.
+  // Loads FILE, or standard input for "-". A file that can't be read, is
+  // too large or is not well-formed XML ends the command with status 3.
   void Load(const std::string& file);
   // Loads XML bytes that came from somewhere else; name is for messages.
   void LoadBytes(std::string_view bytes, const std::string& name);
@@ -43,11 +45,5 @@ class Document {
   ITreeKeeper* m_tk;
   std::string m_name;
 };
-
-// How messages name an input: the file name, or "<stdin>" for "-".
-std::string InputName(const std::string& file);
-
-// Reads FILE (or standard input for "-") whole; status 3 if it can't.
-std::string ReadInput(const std::string& file);
 
 }  // namespace tkcli

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 
 #include <gtest/gtest.h>
 
@@ -61,6 +62,25 @@ TEST(Failures, InputThatCantBeRead) {
       {{"xslt", "{config.xml}", "{broken.xsl}"}, "", 3, "broken.xsl:4:"},
   };
   for (const FailureCase& c : cases) ExpectFailure(c);
+}
+
+TEST(Failures, InputLargerThanTheLibraryImports) {
+  // A regular file is refused by its size before a byte is read; a device
+  // is read no further than the limit.
+  Scratch dir;
+  const std::string sparse = dir.path("huge.xml");
+  WriteBytes(sparse, "<a>");
+  ASSERT_EQ(truncate(sparse.c_str(), 3LL << 30), 0);
+  const auto start = std::chrono::steady_clock::now();
+  const ToolRun file = RunTool({"cat", sparse});
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  const ToolRun device = RunTool({"get", "/dev/zero", "a"});
+  for (const ToolRun& run : {file, device}) {
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.err.find(": too large: a document may have at most 2147483647 bytes"),
+              std::string::npos)
+        << run.err;
+  }
 }
 
 TEST(Failures, PathsAndAttributesThatAreNotThere) {

@@ -64,6 +64,17 @@ TEST(ReadCommands, ReadStandardInputForDash) {
   EXPECT_EQ(RunTool({"ls", "-", "net"}, config).out.substr(0, 15), "0 element host\n");
 }
 
+TEST(ReadCommands, FileNamesAreBytesNotText) {
+  // A Latin-1 byte in the name is no text in a UTF-8 locale; the file is
+  // opened all the same, for reading and for saving.
+  Scratch dir;
+  const std::string file = dir.path("caf\xE9.xml");
+  WriteBytes(file, "<a><x>1</x></a>");
+  EXPECT_EQ(RunTool({"set", file, "x", "2"}).status, 0);
+  const ToolRun run = RunTool({"get", file, "x"});
+  EXPECT_EQ(run.out + run.err, "2\n");
+}
+
 TEST(ReadCommands, ValuesNotInTheAskedFormAreRefused) {
   // A number or hex read of a value that isn't one fails instead of
   // printing something made up.
