@@ -4,7 +4,7 @@ namespace tkcli {
 namespace {
 
 const char kFileHelp[] =
-    "the XML document, or - for standard input; at most 2 GiB, the most the library imports";
+    "the XML document, or - for standard input (under 2 GiB, the most the library imports)";
 const char kPathHelp[] =
     "element path below the root, e.g. listeners/listener; its first component may name the root";
 
@@ -104,7 +104,7 @@ CLI::App* AddXsltCommand(CLI::App& app, XsltArgs& args) {
   CLI::App* command =
       app.add_subcommand("xslt", "Print the document as an XSLT 1.0 stylesheet transforms it");
   AddFile(command, args.file, Place::kCommandLine);
-  command->add_option("STYLESHEET", args.stylesheet, "the stylesheet file, or - (at most 2 GiB)")->required();
+  command->add_option("STYLESHEET", args.stylesheet, "the stylesheet file, or - (under 2 GiB)")->required();
   AddOutput(command, args.output, "write the result to OUT instead of standard output");
   return command;
 }
