@@ -104,7 +104,8 @@ CLI::App* AddXsltCommand(CLI::App& app, XsltArgs& args) {
   CLI::App* command =
       app.add_subcommand("xslt", "Print the document as an XSLT 1.0 stylesheet transforms it");
   AddFile(command, args.file, Place::kCommandLine);
-  command->add_option("STYLESHEET", args.stylesheet, "the stylesheet file, or - (under 2 GiB)")->required();
+  command->add_option("STYLESHEET", args.stylesheet, "the stylesheet file, or - (under 2 GiB)")
+      ->required();
   AddOutput(command, args.output, "write the result to OUT instead of standard output");
   return command;
 }
