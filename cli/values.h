@@ -24,7 +24,8 @@ struct ValueTarget {
 // it stands (in codePage where the library offers one), a number in
 // decimal, bytes as lower-case hex. An element without text has the empty
 // value; a missing attribute is status 1, a value not in the form asked
-// for status 5.
+// for status 5 (a number over 4294967295 or an odd count of hex digits
+// too). The value of an element is that of its last text child.
 std::string ReadValue(const Document& document, unsigned handle, const std::string& path,
                       const ValueTarget& target, unsigned codePage);
 
