@@ -22,12 +22,12 @@ void SetStep(const Document& document, const SetArgs& args) {
   }
 }
 
-void RemoveStep(const Document& document, const RmArgs& args) {
-  HandleScope scope(document);
+void RemoveStep(Document& document, const RmArgs& args) {
   if (args.attribute.empty()) {
-    RemoveElement(scope, args.path);
+    RemoveElement(document, args.path);
     return;
   }
+  HandleScope scope(document);
   const unsigned handle = RequireElement(scope, args.path);
   const int result = document->DeleteAttribute(handle, "", args.attribute.c_str());
   const std::string what = "attribute '" + args.attribute + "' of '" + args.path + "'";

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 #include <regex>
+#include <utility>
 
 #include "errors.h"
 #include "file_output.h"
@@ -75,6 +76,12 @@ void Document::LoadBytes(std::string_view bytes, const std::string& name) {
   // parse error is reported with its line and column.
   const Descriptor copy = MemoryFile(bytes, name);
   ImportPath(DescriptorPath(copy.fd()));
+}
+
+void Document::Reload(std::string_view xml) {
+  Document fresh;
+  fresh.LoadBytes(xml, m_name);
+  std::swap(m_tk, fresh.m_tk);
 }
 
 void Document::ImportPath(const std::string& path) {

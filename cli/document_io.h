@@ -30,6 +30,9 @@ class Document {
   void Load(const std::string& file);
   // Loads XML bytes that came from somewhere else; name is for messages.
   void LoadBytes(std::string_view bytes, const std::string& name);
+  // Puts a document loaded from xml in the place of this one, under the
+  // same name. Every handle of the old one ends.
+  void Reload(std::string_view xml);
   // Starts a document under root; a name that is no element name is a
   // usage error.
   void CreateEmpty(const std::string& root);

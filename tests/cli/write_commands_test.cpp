@@ -99,6 +99,34 @@ TEST(WriteCommands, CharactersAboveU10000AreWrittenAsFourBytes) {
   }
 }
 
+TEST(WriteCommands, NamesLongerThanALibraryPathComponentAreReached) {
+  // 40 x U+00E9 is 80 bytes and 22 x U+4E2D 66: past the 63 bytes of a
+  // library path component.
+  std::string latin;
+  std::string cjk;
+  for (int i = 0; i < 40; ++i) latin += "\xC3\xA9";
+  for (int i = 0; i < 22; ++i) cjk += "\xE4\xB8\xAD";
+  Scratch dir;
+  const std::string file = dir.path("long.xml");
+  WriteBytes(file, "<r><" + latin + ">v<x/></" + latin + "><" + cjk + ">w</" + cjk + "><" + latin +
+                       ">2nd</" + latin + "></r>");
+  const std::vector<std::pair<std::vector<std::string>, std::string>> steps = {
+      {{"get", file, latin}, "v\n"},
+      {{"set", file, latin + "/x", "5", "r/" + cjk, "6"}, ""},
+      {{"get", file, latin + "/x"}, "5\n"},
+      {{"get", file, cjk}, "6\n"},
+      {{"rm", file, latin}, ""},
+      {{"get", file, latin}, "2nd\n"},
+      {{"rm", file, "r/" + cjk}, ""},
+      {{"ls", file}, "0 element " + latin + "\n"},
+  };
+  for (const auto& [args, expected] : steps) {
+    const ToolRun run = RunTool(args);
+    EXPECT_EQ(run.status, 0) << args[0] << " " << args[2] << "\n" << run.err;
+    EXPECT_EQ(run.out, expected) << args[0] << " " << args[2];
+  }
+}
+
 TEST(WriteCommands, OutputGoesWhereAsked) {
   Scratch dir;
   const std::string file = dir.Copy("config.xml");
