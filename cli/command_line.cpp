@@ -6,7 +6,8 @@ namespace {
 const char kFileHelp[] =
     "the XML document, or - for standard input (under 2 GiB, the most the library imports)";
 const char kPathHelp[] =
-    "element path below the root, e.g. listeners/listener; its first component may name the root";
+    "element path below the root, e.g. listeners/listener; its first component may name the "
+    "root, ASCII case ignored";
 
 const CLI::Validator kNotEmpty(
     [](const std::string& value) { return std::string(value.empty() ? "is empty" : ""); }, "",
@@ -73,7 +74,8 @@ CLI::App* AddSetCommand(CLI::App& app, SetArgs& args, Place place) {
   AddFile(command, args.file, place);
   command
       ->add_option("PAIRS", args.pairs,
-                   "one PATH VALUE pair or several; put -- before them if a value begins with -")
+                   "one PATH VALUE pair or several, in the locale's character set; put -- before "
+                   "them if a value begins with -")
       ->type_name("PATH VALUE")
       ->required();
   AddValueOptions(command, args.target);

@@ -11,7 +11,9 @@ void CheckSet(const SetArgs& args) {
   if (args.pairs.size() % 2 != 0) {
     throw CliError(kUsage, "set takes PATH VALUE pairs: '" + args.pairs.back() + "' has no value");
   }
-  for (size_t i = 1; i < args.pairs.size(); i += 2) CheckValue(args.target, args.pairs[i]);
+  for (size_t i = 1; i < args.pairs.size(); i += 2) {
+    CheckValue(args.target, args.pairs[i - 1], args.pairs[i]);
+  }
 }
 
 void SetStep(const Document& document, const SetArgs& args) {

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 
@@ -191,7 +192,8 @@ std::string ReadValue(const Document& document, unsigned handle, const std::stri
   return InForm(document, text, path, target);
 }
 
-void CheckValue(const ValueTarget& target, const std::string& value) {
+std::string CheckValue(const ValueTarget& target, const std::string& path,
+                       const std::string& value) {
   if (target.form == ValueForm::kNumber) {
     uint32_t number;
     const char* end = value.data() + value.size();
@@ -199,35 +201,55 @@ void CheckValue(const ValueTarget& target, const std::string& value) {
     if (!IsDigits(value) || parsed.ec != std::errc() || parsed.ptr != end) {
       throw CliError(kUsage, "'" + value + "' is not a number from 0 to 4294967295");
     }
-  } else if (target.form == ValueForm::kHex) {
+    return value;
+  }
+  if (target.form == ValueForm::kHex) {
     if (!IsHexDigits(value) || value.size() % 2 != 0) {
       throw CliError(kUsage, "'" + value + "' is not hexadecimal bytes (two digits a byte)");
     }
+    return value;
   }
+  const std::string what = "cannot set " + Describe(path, target) + ": ";
+  std::string utf8;
+  std::string name;
+  if (!LocaleToUtf8(value, utf8) || !LocaleToUtf8(target.attribute, name)) {
+    throw CliError(kUsage, what + "not valid text in the locale's character set (" +
+                               LocaleCharacterSet() + ")");
+  }
+  const long refused = FirstNonXmlCharacter(utf8);
+  if (refused >= 0) {
+    char code[24];
+    std::snprintf(code, sizeof code, "U+%04lX", refused);
+    throw CliError(kUsage, what + "the value holds " + code + ", a character XML can't hold");
+  }
+  return utf8;
 }
 
 void WriteValue(const Document& document, unsigned handle, const std::string& path,
                 const ValueTarget& target, const std::string& value) {
-  CheckValue(target, value);
+  const std::string checked = CheckValue(target, path, value);
+  // Attribute names, like values, are UTF-8 for the library's writes.
+  std::string attribute;
+  LocaleToUtf8(target.attribute, attribute);
   uint32_t number = 0;
   std::vector<unsigned char> bytes;
   int type = TK_VALUE_TEXT;
-  const void* data = value.c_str();
-  unsigned size = static_cast<unsigned>(value.size());
+  const void* data = checked.c_str();
+  unsigned size = static_cast<unsigned>(checked.size());
   if (target.form == ValueForm::kNumber) {
-    std::from_chars(value.data(), value.data() + value.size(), number, 10);
+    std::from_chars(checked.data(), checked.data() + checked.size(), number, 10);
     type = TK_VALUE_NUMBER;
     data = &number;
     size = sizeof number;
   } else if (target.form == ValueForm::kHex) {
-    bytes = FromHex(value);
+    bytes = FromHex(checked);
     type = TK_VALUE_BINARY;
     data = bytes.data();
     size = static_cast<unsigned>(bytes.size());
   }
   int result;
   if (!target.attribute.empty()) {
-    result = document->setAttributeValue(handle, "", target.attribute.c_str(), type, size, data);
+    result = document->setAttributeValue(handle, "", attribute.c_str(), type, size, data);
   } else if (target.cdata) {
     result = document->SetElementCDATAValue(handle, "", type, size, data);
   } else {

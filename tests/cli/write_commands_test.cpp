@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include <gtest/gtest.h>
 
 #include "tool_runner.h"
@@ -125,6 +127,26 @@ TEST(WriteCommands, NamesLongerThanALibraryPathComponentAreReached) {
     EXPECT_EQ(run.status, 0) << args[0] << " " << args[2] << "\n" << run.err;
     EXPECT_EQ(run.out, expected) << args[0] << " " << args[2];
   }
+}
+
+TEST(WriteCommands, ValuesAreTypedInTheLocalesCharacterSet) {
+  // A Latin-1 locale, made for the test where the system has the tools.
+  Scratch dir;
+  const std::string locales = dir.path("locales");
+  const std::string make = "mkdir " + locales + " && localedef -i en_US -f ISO-8859-1 " +
+                           locales + "/en_US.ISO-8859-1 >/dev/null 2>&1";
+  if (std::system(make.c_str()) != 0) GTEST_SKIP() << "no Latin-1 locale can be made";
+  const std::string file = dir.path("u.xml");
+  WriteBytes(file, "<r/>");
+  const std::string before = std::getenv("LC_ALL") != nullptr ? std::getenv("LC_ALL") : "";
+  setenv("LOCPATH", locales.c_str(), 1);
+  setenv("LC_ALL", "en_US.ISO-8859-1", 1);
+  const ToolRun run = RunTool({"set", file, "x", "-a", "n\xE9", "caf\xE9"});
+  unsetenv("LOCPATH");
+  setenv("LC_ALL", before.c_str(), 1);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(ReadBytes(file),
+            "<?xml version='1.0' encoding='UTF-8' ?>\n<r><x n\xC3\xA9=\"caf\xC3\xA9\"/></r>");
 }
 
 TEST(WriteCommands, OutputGoesWhereAsked) {
