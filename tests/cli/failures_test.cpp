@@ -131,7 +131,7 @@ TEST(Failures, UsageErrors) {
 TEST(Failures, OutputThatCantBeWritten) {
   const std::vector<FailureCase> cases = {
       {{"set", "{config.xml}", "a", "1", "-o", "{no/such/dir/out.xml}"}, "", 4,
-       "out.xml: cannot write: No such file or directory"},
+       "out.xml: cannot write in the directory '"},
       {{"set", "{config.xml}", "a", "1", "-o", "/proc/treekeeper.xml"}, "", 4,
        "/proc/treekeeper.xml: cannot write"},
       {{"new", "a", "-o", "{dir}"}, "", 4, "cannot write: Is a directory"},
@@ -140,15 +140,22 @@ TEST(Failures, OutputThatCantBeWritten) {
   for (const FailureCase& c : cases) ExpectFailure(c);
 }
 
-TEST(Failures, ReadOnlyDirectoryKeepsTheFile) {
-  if (geteuid() == 0) GTEST_SKIP() << "permissions don't bind root";
+TEST(Failures, ReadOnlyDirectoryIsNamedAndKeepsTheFile) {
+  // A writable file in a directory that takes no new file.
+  const bool asOther = CanRunAsOthers();
+  if (geteuid() == 0 && !asOther) GTEST_SKIP() << "permissions don't bind root";
   Scratch dir;
   const std::string file = dir.Copy("config.xml");
+  chmod(file.c_str(), 0666);
   chmod(dir.root().c_str(), 0555);
-  const ToolRun run = RunTool({"set", file, "a", "1"});
+  const std::vector<std::string> args = {"set", file, "a", "1"};
+  const ToolRun run = asOther ? RunToolAs(65534, 65534, 65534, args) : RunTool(args);
   chmod(dir.root().c_str(), 0755);
   EXPECT_EQ(run.status, 4);
-  EXPECT_NE(run.err.find("config.xml: cannot write: Permission denied"), std::string::npos);
+  EXPECT_NE(run.err.find("config.xml: cannot write in the directory '" + dir.root() +
+                         "': Permission denied"),
+            std::string::npos)
+      << run.err;
   EXPECT_EQ(ReadBytes(file), ReadBytes(DataPath("config.xml")));
 }
 

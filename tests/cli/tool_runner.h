@@ -15,7 +15,13 @@ struct ToolRun {
 // Runs the tool with args, input on its standard input, in directory cwd
 // (the current one if empty).
 ToolRun RunTool(const std::vector<std::string>& args, const std::string& input = {},
-            const std::string& cwd = {});
+                const std::string& cwd = {});
+
+// Whether RunToolAs works here: as root, with setpriv.
+bool CanRunAsOthers();
+// Runs the tool as user uid, with primary group gid and one other group.
+ToolRun RunToolAs(unsigned uid, unsigned gid, unsigned group,
+                  const std::vector<std::string>& args);
 
 // A directory of its own for one test, removed with its content afterwards.
 class Scratch {

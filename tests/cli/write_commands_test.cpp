@@ -42,6 +42,42 @@ TEST(WriteCommands, EditThroughASymbolicLinkChangesItsTarget) {
   ASSERT_EQ(lstat(link.c_str(), &info), 0);
   EXPECT_TRUE(S_ISLNK(info.st_mode));
   EXPECT_EQ(RunTool({"get", file, "net/host"}).out, "linked\n");
+
+  // Onto a link whose file doesn't exist yet, -o makes that file (relative
+  // to the link's directory) and keeps the link.
+  ASSERT_EQ(mkdir(dir.path("sub").c_str(), 0755), 0);
+  const std::string dangling = dir.path("sub/dangling.xml");
+  ASSERT_EQ(symlink("made.xml", dangling.c_str()), 0);
+  EXPECT_EQ(RunTool({"set", file, "y", "2", "-o", dangling}).status, 0);
+  ASSERT_EQ(lstat(dangling.c_str(), &info), 0);
+  EXPECT_TRUE(S_ISLNK(info.st_mode));
+  EXPECT_EQ(RunTool({"get", dir.path("sub/made.xml"), "y"}).out, "2\n");
+}
+
+TEST(WriteCommands, InPlaceSaveKeepsOwnerAndGroupWherePermitted) {
+  if (!CanRunAsOthers()) GTEST_SKIP() << "files of other users need root";
+  // The file is user 65532's, in group 65533. Root keeps both; user 65534,
+  // a member of group 65533, may keep the group only.
+  struct Case {
+    bool asRoot;
+    unsigned uid;
+    unsigned gid;
+  };
+  for (const Case& c : {Case{true, 65532, 65533}, Case{false, 65534, 65533}}) {
+    Scratch dir;
+    chmod(dir.root().c_str(), 0777);
+    const std::string file = dir.Copy("config.xml");
+    ASSERT_EQ(chown(file.c_str(), 65532, 65533), 0);
+    chmod(file.c_str(), 0666);
+    const std::vector<std::string> args = {"set", file, "a", "1"};
+    const ToolRun run = c.asRoot ? RunTool(args) : RunToolAs(65534, 65534, 65533, args);
+    EXPECT_EQ(run.status, 0) << run.err;
+    struct stat info {};
+    ASSERT_EQ(stat(file.c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, c.uid);
+    EXPECT_EQ(info.st_gid, c.gid);
+    EXPECT_EQ(info.st_mode & 07777, 0666u);
+  }
 }
 
 TEST(WriteCommands, ValuesReadBackInTheFormTheyWereWritten) {
