@@ -109,6 +109,9 @@ CLI::App* AddXsltCommand(CLI::App& app, XsltArgs& args) {
   command->add_option("STYLESHEET", args.stylesheet, "the stylesheet file, or - (under 2 GiB)")
       ->required();
   AddOutput(command, args.output, "write the result to OUT instead of standard output");
+  command->add_flag("--fragment", args.fragment,
+                    "accept a result that is not one element: print all its top-level nodes as "
+                    "XML, with no declaration");
   return command;
 }
 

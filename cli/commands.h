@@ -52,6 +52,7 @@ struct XsltArgs {
   std::string file;
   std::string stylesheet;
   std::string output;
+  bool fragment = false;  // a result need not be one element
 };
 struct BatchArgs {
   std::string file;

@@ -160,9 +160,21 @@ TEST(Failures, ReadOnlyDirectoryIsNamedAndKeepsTheFile) {
 }
 
 TEST(Failures, StylesheetThatFails) {
-  ExpectFailure({{"xslt", "{config.xml}", "{failing.xsl}"}, "", 5,
-                 "failing.xsl: the transformation failed"});
-  ExpectFailure({{"xslt", "-", "-"}, "", 2, "can't both be standard input"});
+  const std::string head =
+      "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+      "<xsl:template match='/'>";
+  const std::string tail = "</xsl:template></xsl:stylesheet>";
+  const std::vector<FailureCase> cases = {
+      {{"xslt", "{config.xml}", "{failing.xsl}"}, "", 5, "failing.xsl: the transformation failed"},
+      {{"xslt", "-", "-"}, "", 2, "can't both be standard input"},
+      {{"xslt", "{config.xml}", "{config.xml}"}, "", 5,
+       "config.xml: not a stylesheet: the root element <cfg> is no xsl:stylesheet"},
+      {{"xslt", "{config.xml}", "-"}, head + "<a/><b/>" + tail, 5,
+       "<stdin>: the result is not one element but 2 elements (--fragment"},
+      {{"xslt", "{config.xml}", "-"}, head + "<a/>text" + tail, 5,
+       "<stdin>: the result is not one element but 1 element and 1 text"},
+  };
+  for (const FailureCase& c : cases) ExpectFailure(c);
 }
 
 }  // namespace
