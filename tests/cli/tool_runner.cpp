@@ -12,6 +12,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 extern char** environ;
 
@@ -27,7 +28,7 @@ void Check(bool ok, const char* what) {
 // Standard input, output and error go through files in a scratch directory,
 // so no pipe can fill up while the tool runs.
 ToolRun Spawn(std::vector<std::string> argvText, const std::string& input,
-              const std::string& cwd) {
+              const std::string& cwd, std::vector<std::string> env = {}) {
   const Scratch io;
   WriteBytes(io.path("in"), input);
   posix_spawn_file_actions_t actions;
@@ -40,9 +41,19 @@ ToolRun Spawn(std::vector<std::string> argvText, const std::string& input,
   std::vector<char*> argv;
   for (std::string& arg : argvText) argv.push_back(arg.data());
   argv.push_back(nullptr);
+  std::vector<char*> envp;
+  for (std::string& variable : env) envp.push_back(variable.data());
+  for (char** inherited = environ; *inherited != nullptr; ++inherited) {
+    const std::string_view name(*inherited, std::strcspn(*inherited, "="));
+    const bool replaced = std::any_of(env.begin(), env.end(), [&](const std::string& variable) {
+      return variable.compare(0, name.size() + 1, std::string(name) + "=") == 0;
+    });
+    if (!replaced) envp.push_back(*inherited);
+  }
+  envp.push_back(nullptr);
 
   pid_t pid = 0;
-  errno = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  errno = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   Check(errno == 0, "posix_spawn");
   int status = 0;
@@ -57,10 +68,10 @@ ToolRun Spawn(std::vector<std::string> argvText, const std::string& input,
 }  // namespace
 
 ToolRun RunTool(const std::vector<std::string>& args, const std::string& input,
-                const std::string& cwd) {
+                const std::string& cwd, const std::vector<std::string>& env) {
   std::vector<std::string> argv = {TK_CLI_PATH};
   argv.insert(argv.end(), args.begin(), args.end());
-  return Spawn(argv, input, cwd);
+  return Spawn(argv, input, cwd, env);
 }
 
 bool CanRunAsOthers() { return geteuid() == 0 && access(kSetpriv, X_OK) == 0; }

@@ -174,12 +174,12 @@ TEST(WriteCommands, ValuesAreTypedInTheLocalesCharacterSet) {
   if (std::system(make.c_str()) != 0) GTEST_SKIP() << "no Latin-1 locale can be made";
   const std::string file = dir.path("u.xml");
   WriteBytes(file, "<r/>");
-  const std::string before = std::getenv("LC_ALL") != nullptr ? std::getenv("LC_ALL") : "";
-  setenv("LOCPATH", locales.c_str(), 1);
-  setenv("LC_ALL", "en_US.ISO-8859-1", 1);
-  const ToolRun run = RunTool({"set", file, "x", "-a", "n\xE9", "caf\xE9"});
-  unsetenv("LOCPATH");
-  setenv("LC_ALL", before.c_str(), 1);
+  // glibc keeps the search path that LOCPATH gives to the end of the process,
+  // where a leak checker would count it against the tool.
+  const char* asan = std::getenv("ASAN_OPTIONS");
+  const ToolRun run = RunTool({"set", file, "x", "-a", "n\xE9", "caf\xE9"}, "", "",
+                              {"LOCPATH=" + locales, "LC_ALL=en_US.ISO-8859-1",
+                               "ASAN_OPTIONS=" + std::string(asan ? asan : "") + ":detect_leaks=0"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(ReadBytes(file),
             "<?xml version='1.0' encoding='UTF-8' ?>\n<r><x n\xC3\xA9=\"caf\xC3\xA9\"/></r>");
