@@ -89,8 +89,9 @@ bool LocaleToUtf8(const std::string& text, std::string& utf8) {
   size_t inLeft = text.size();
   char* out = utf8.data();
   size_t outLeft = utf8.size();
-  const bool converted = iconv(convert, &in, &inLeft, &out, &outLeft) != static_cast<size_t>(-1) &&
-                         iconv(convert, nullptr, nullptr, &out, &outLeft) != static_cast<size_t>(-1);
+  const bool converted =
+      iconv(convert, &in, &inLeft, &out, &outLeft) != static_cast<size_t>(-1) &&
+      iconv(convert, nullptr, nullptr, &out, &outLeft) != static_cast<size_t>(-1);
   iconv_close(convert);
   utf8.resize(utf8.size() - outLeft);
   return converted && IsValidUtf8(utf8);

@@ -177,9 +177,10 @@ TEST(WriteCommands, ValuesAreTypedInTheLocalesCharacterSet) {
   // glibc keeps the search path that LOCPATH gives to the end of the process,
   // where a leak checker would count it against the tool.
   const char* asan = std::getenv("ASAN_OPTIONS");
+  const std::string noLeakCheck =
+      "ASAN_OPTIONS=" + std::string(asan ? asan : "") + ":detect_leaks=0";
   const ToolRun run = RunTool({"set", file, "x", "-a", "n\xE9", "caf\xE9"}, "", "",
-                              {"LOCPATH=" + locales, "LC_ALL=en_US.ISO-8859-1",
-                               "ASAN_OPTIONS=" + std::string(asan ? asan : "") + ":detect_leaks=0"});
+                              {"LOCPATH=" + locales, "LC_ALL=en_US.ISO-8859-1", noLeakCheck});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(ReadBytes(file),
             "<?xml version='1.0' encoding='UTF-8' ?>\n<r><x n\xC3\xA9=\"caf\xC3\xA9\"/></r>");
