@@ -3,9 +3,11 @@
 namespace tkcli {
 namespace {
 
-const char kFileHelp[] = "the XML document, or - for standard input";
+const char kFileHelp[] =
+    "the XML document, or - for standard input (under 2 GiB, the most the library imports)";
 const char kPathHelp[] =
-    "element path below the root, e.g. listeners/listener; its first component may name the root";
+    "element path below the root, e.g. listeners/listener; its first component may name the "
+    "root, ASCII case ignored";
 
 const CLI::Validator kNotEmpty(
     [](const std::string& value) { return std::string(value.empty() ? "is empty" : ""); }, "",
@@ -72,7 +74,8 @@ CLI::App* AddSetCommand(CLI::App& app, SetArgs& args, Place place) {
   AddFile(command, args.file, place);
   command
       ->add_option("PAIRS", args.pairs,
-                   "one PATH VALUE pair or several; put -- before them if a value begins with -")
+                   "one PATH VALUE pair or several, in the locale's character set; put -- before "
+                   "them if a value begins with -")
       ->type_name("PATH VALUE")
       ->required();
   AddValueOptions(command, args.target);
@@ -103,8 +106,12 @@ CLI::App* AddXsltCommand(CLI::App& app, XsltArgs& args) {
   CLI::App* command =
       app.add_subcommand("xslt", "Print the document as an XSLT 1.0 stylesheet transforms it");
   AddFile(command, args.file, Place::kCommandLine);
-  command->add_option("STYLESHEET", args.stylesheet, "the stylesheet file, or -")->required();
+  command->add_option("STYLESHEET", args.stylesheet, "the stylesheet file, or - (under 2 GiB)")
+      ->required();
   AddOutput(command, args.output, "write the result to OUT instead of standard output");
+  command->add_flag("--fragment", args.fragment,
+                    "accept a result that is not one element: print all its top-level nodes as "
+                    "XML, with no declaration");
   return command;
 }
 

@@ -52,6 +52,7 @@ struct XsltArgs {
   std::string file;
   std::string stylesheet;
   std::string output;
+  bool fragment = false;  // a result need not be one element
 };
 struct BatchArgs {
   std::string file;
@@ -65,7 +66,7 @@ void GetStep(const Document& document, const GetArgs& args, const GlobalOptions&
 // Usage errors of a set (pairs, value forms) before anything is changed.
 void CheckSet(const SetArgs& args);
 void SetStep(const Document& document, const SetArgs& args);
-void RemoveStep(const Document& document, const RmArgs& args);
+void RemoveStep(Document& document, const RmArgs& args);
 
 // Writes an edited document: to output if one is given, else back to file
 // (to standard output if file was "-").

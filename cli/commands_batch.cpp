@@ -12,7 +12,7 @@ namespace tkcli {
 namespace {
 
 // Runs one line's words; true if the line changed the document.
-bool RunLine(const Document& document, std::vector<std::string> words,
+bool RunLine(Document& document, std::vector<std::string> words,
              const GlobalOptions& global) {
   CLI::App line("batch line", "batch");
   line.set_help_flag();  // subcommands made after this have no --help either

@@ -26,21 +26,6 @@ const char* KindName(unsigned nodeType) {
   }
 }
 
-std::string NodeName(const Document& document, unsigned handle) {
-  unsigned size = 0;
-  int result = document->GetElementName(handle, nullptr, &size);
-  std::vector<char> name;
-  if (result == -105 && size > 0) {
-    name.assign(size, '\0');
-    result = document->GetElementName(handle, name.data(), &size);
-  }
-  if (result != 0) {
-    throw CliError(kFailed, document.name() + ": cannot read a node's name (" +
-                                std::to_string(result) + ")");
-  }
-  return std::string(name.data());
-}
-
 // An attribute value as it would stand between double quotes in XML, so
 // that each child stays on one line.
 std::string Quoted(const std::string& value) {
@@ -84,7 +69,7 @@ void ListStep(const Document& document, const LsArgs& args, const GlobalOptions&
     childScope.Keep(child);
     std::string line = std::to_string(index) + " " + KindName(nodeType);
     // Text, CDATA and comments have no name of their own worth showing.
-    if (nodeType == 1 || nodeType == 7) line += " " + NodeName(document, child);
+    if (nodeType == 1 || nodeType == 7) line += " " + ElementName(document, child);
     if (nodeType == 1 && args.attributes) {
       const auto attributes = ReadAttributes(document, child, args.path, global.codePage);
       for (const auto& [name, value] : attributes) line += " " + name + "=" + Quoted(value);

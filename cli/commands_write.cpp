@@ -11,7 +11,9 @@ void CheckSet(const SetArgs& args) {
   if (args.pairs.size() % 2 != 0) {
     throw CliError(kUsage, "set takes PATH VALUE pairs: '" + args.pairs.back() + "' has no value");
   }
-  for (size_t i = 1; i < args.pairs.size(); i += 2) CheckValue(args.target, args.pairs[i]);
+  for (size_t i = 1; i < args.pairs.size(); i += 2) {
+    CheckValue(args.target, args.pairs[i - 1], args.pairs[i]);
+  }
 }
 
 void SetStep(const Document& document, const SetArgs& args) {
@@ -22,12 +24,12 @@ void SetStep(const Document& document, const SetArgs& args) {
   }
 }
 
-void RemoveStep(const Document& document, const RmArgs& args) {
-  HandleScope scope(document);
+void RemoveStep(Document& document, const RmArgs& args) {
   if (args.attribute.empty()) {
-    RemoveElement(scope, args.path);
+    RemoveElement(document, args.path);
     return;
   }
+  HandleScope scope(document);
   const unsigned handle = RequireElement(scope, args.path);
   const int result = document->DeleteAttribute(handle, "", args.attribute.c_str());
   const std::string what = "attribute '" + args.attribute + "' of '" + args.path + "'";

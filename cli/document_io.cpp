@@ -1,41 +1,21 @@
 #include "document_io.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <regex>
+#include <utility>
 
 #include "errors.h"
 #include "file_output.h"
+#include "input_files.h"
 #include "stderr_capture.h"
+#include "utf8_text.h"
 
 namespace tkcli {
 namespace {
-
-const char kStdinName[] = "<stdin>";
-
-[[noreturn]] void CannotRead(const std::string& file, int error) {
-  throw CliError(kBadInput, InputName(file) + ": cannot read: " + std::strerror(error));
-}
-
-// A descriptor that closes itself.
-struct Descriptor {
-  explicit Descriptor(int value) : fd(value) {}
-  ~Descriptor() {
-    if (fd >= 0) close(fd);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int fd;
-};
-
-// The name under which the library can open a descriptor of this process.
-std::string DescriptorPath(int fd) { return "/proc/self/fd/" + std::to_string(fd); }
 
 // Documents still held when the tool ends. The process exits right after a
 // command, and freeing a large tree node by node would cost a good part of
@@ -72,25 +52,6 @@ std::string ParseFailureMessage(const std::string& name, const std::string& repo
 
 }  // namespace
 
-std::string InputName(const std::string& file) { return file == "-" ? kStdinName : file; }
-
-std::string ReadInput(const std::string& file) {
-  Descriptor in(file == "-" ? dup(0) : open(file.c_str(), O_RDONLY | O_CLOEXEC));
-  if (in.fd < 0) CannotRead(file, errno);
-  struct stat info;
-  if (fstat(in.fd, &info) == 0 && S_ISDIR(info.st_mode)) CannotRead(file, EISDIR);
-  std::string bytes;
-  char chunk[65536];
-  for (;;) {
-    const ssize_t got = read(in.fd, chunk, sizeof chunk);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) CannotRead(file, errno);
-    if (got == 0) break;
-    bytes.append(chunk, static_cast<size_t>(got));
-  }
-  return bytes;
-}
-
 Document::Document() : m_tk(TkCreateTreeKeeper(nullptr)) {
   if (m_tk == nullptr) throw CliError(kFailed, "the library could not start a document");
 }
@@ -104,35 +65,23 @@ Document::~Document() {
 }
 
 void Document::Load(const std::string& file) {
-  if (file == "-") {
-    LoadBytes(ReadInput(file), kStdinName);
-    return;
-  }
-  struct stat info;
-  if (stat(file.c_str(), &info) != 0) CannotRead(file, errno);
-  if (S_ISDIR(info.st_mode)) CannotRead(file, EISDIR);
-  if (!S_ISREG(info.st_mode)) {
-    // A pipe or device can be read once only: take its bytes first.
-    LoadBytes(ReadInput(file), file);
-    return;
-  }
-  {
-    Descriptor probe(open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (probe.fd < 0) CannotRead(file, errno);
-  }
-  m_name = file;
-  ImportPath(file);
+  const Descriptor input = OpenInput(file);
+  m_name = InputName(file);
+  ImportPath(DescriptorPath(input.fd()));
 }
 
 void Document::LoadBytes(std::string_view bytes, const std::string& name) {
   m_name = name;
   // The bytes go through the same file import as a named file, so that a
   // parse error is reported with its line and column.
-  Descriptor copy(memfd_create("treekeeper-input", MFD_CLOEXEC));
-  if (copy.fd < 0 || !WriteAll(copy.fd, bytes)) {
-    throw CliError(kFailed, name + ": cannot hold the input in memory: " + std::strerror(errno));
-  }
-  ImportPath(DescriptorPath(copy.fd));
+  const Descriptor copy = MemoryFile(bytes, name);
+  ImportPath(DescriptorPath(copy.fd()));
+}
+
+void Document::Reload(std::string_view xml) {
+  Document fresh;
+  fresh.LoadBytes(xml, m_name);
+  std::swap(m_tk, fresh.m_tk);
 }
 
 void Document::ImportPath(const std::string& path) {
@@ -174,19 +123,20 @@ std::string Document::Render(unsigned handle, bool crlf) const {
   } else {
     // The file form is whatever the library's file export writes; it is
     // written to an in-memory file and read back.
-    Descriptor file(memfd_create("treekeeper-export", MFD_CLOEXEC));
-    if (file.fd < 0) {
+    const Descriptor file(memfd_create("treekeeper-export", MFD_CLOEXEC));
+    if (file.fd() < 0) {
       throw CliError(kFailed, m_name + ": cannot export: " + std::strerror(errno));
     }
-    const std::string path = DescriptorPath(file.fd);
+    const std::string path = DescriptorPath(file.fd());
     result = handle == kRootHandle ? m_tk->ExportToFile(path.c_str())
                                    : m_tk->ExportSubTreeToFile(handle, path.c_str());
-    bytes = ReadDescriptor(file.fd);
+    bytes = ReadDescriptor(file.fd());
   }
   if (result != 0) {
     throw CliError(kFailed, m_name + ": the library could not write the document as XML (" +
                                 std::to_string(result) + ")");
   }
+  JoinSurrogatePairs(bytes);
   return bytes;
 }
 

@@ -7,6 +7,8 @@
 
 #include <treekeeper/treekeeper.h>
 
+#include "input_files.h"
+
 namespace tkcli {
 
 constexpr unsigned kRootHandle = 100;
@@ -23,17 +25,21 @@ class Document {
   // How messages name the document: the file name, or "<stdin>".
   const std::string& name() const { return m_name; }
 
-  // Loads FILE, or standard input for "-". A file that can't be read or is
-  // not well-formed XML ends the command with status 3.
+  // Loads FILE, or standard input for "-". A file that can't be read, is
+  // too large or is not well-formed XML ends the command with status 3.
   void Load(const std::string& file);
   // Loads XML bytes that came from somewhere else; name is for messages.
   void LoadBytes(std::string_view bytes, const std::string& name);
+  // Puts a document loaded from xml in the place of this one, under the
+  // same name. Every handle of the old one ends.
+  void Reload(std::string_view xml);
   // Starts a document under root; a name that is no element name is a
   // usage error.
   void CreateEmpty(const std::string& root);
 
   // The element of handle (the whole document for the root handle) as XML:
-  // the library's text form, or with crlf its file form.
+  // the library's text form, or with crlf its file form, in well-formed
+  // UTF-8 (a character above U+FFFF as one 4-byte sequence).
   std::string Render(unsigned handle, bool crlf) const;
 
  private:
@@ -42,11 +48,5 @@ class Document {
   ITreeKeeper* m_tk;
   std::string m_name;
 };
-
-// How messages name an input: the file name, or "<stdin>" for "-".
-std::string InputName(const std::string& file);
-
-// Reads FILE (or standard input for "-") whole; status 3 if it can't.
-std::string ReadInput(const std::string& file);
 
 }  // namespace tkcli

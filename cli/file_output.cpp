@@ -72,14 +72,38 @@ void WriteInPlace(const std::string& target, std::string_view bytes) {
   if (!written) CannotWrite(target, error);
 }
 
-void ReplaceFile(const std::string& target, std::string_view bytes) {
-  // Through a symbolic link, the file it names is the one replaced.
+[[noreturn]] void CannotWriteIn(const std::string& target, const std::string& directory,
+                                int error) {
+  throw CliError(kCannotWrite, target + ": cannot write in the directory '" + directory +
+                                   "': " + std::strerror(error));
+}
+
+// The file a write to target lands in: target itself, or the file its chain
+// of symbolic links ends at, which need not exist yet.
+std::string FollowLinks(const std::string& target) {
   std::string path = target;
-  struct stat info;
-  if (lstat(target.c_str(), &info) == 0 && S_ISLNK(info.st_mode)) {
-    char resolved[PATH_MAX];
-    if (realpath(target.c_str(), resolved) != nullptr) path = resolved;
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat info;
+    if (lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) return path;
+    std::string link(PATH_MAX, '\0');
+    const ssize_t length = readlink(path.c_str(), link.data(), link.size());
+    if (length < 0) CannotWrite(target, errno);
+    link.resize(static_cast<size_t>(length));
+    // A relative link is relative to the directory the link stands in.
+    const size_t slash = path.rfind('/');
+    if (!link.empty() && link[0] != '/' && slash != std::string::npos) {
+      link = path.substr(0, slash + 1) + link;
+    }
+    path = link;
   }
+  CannotWrite(target, ELOOP);
+}
+
+void ReplaceFile(const std::string& target, std::string_view bytes) {
+  // Through a symbolic link, the file it names is the one replaced, or made
+  // if it doesn't exist; the link stays.
+  const std::string path = FollowLinks(target);
+  struct stat info;
   const bool exists = stat(path.c_str(), &info) == 0;
   if (exists && S_ISDIR(info.st_mode)) CannotWrite(target, EISDIR);
   if (exists && !S_ISREG(info.st_mode)) {
@@ -92,15 +116,18 @@ void ReplaceFile(const std::string& target, std::string_view bytes) {
   if (directory.empty()) directory = ".";
   std::string temporary = directory + "/." + place.filename().string() + ".XXXXXX";
   const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-  if (fd < 0) CannotWrite(target, errno);
+  if (fd < 0) CannotWriteIn(target, directory, errno);
   PendingTemporary pending(temporary);
 
   mode_t mode;
   if (exists) {
     mode = info.st_mode & 07777;
-    // Keeps owner and group where the user may; failing that, the new
-    // file belongs to the user, as with any editor.
-    [[maybe_unused]] const int owned = fchown(fd, info.st_uid, info.st_gid);
+    // Owner and group stay where the process may set them: the owner only
+    // with privilege, the group where the user belongs to it. Otherwise the
+    // new file is the user's, as with any editor.
+    if (fchown(fd, info.st_uid, info.st_gid) != 0) {
+      [[maybe_unused]] const int grouped = fchown(fd, static_cast<uid_t>(-1), info.st_gid);
+    }
   } else {
     const mode_t mask = umask(0);
     umask(mask);
@@ -113,7 +140,7 @@ void ReplaceFile(const std::string& target, std::string_view bytes) {
     error = errno;
   }
   if (!done) CannotWrite(target, error);
-  if (rename(temporary.c_str(), path.c_str()) != 0) CannotWrite(target, errno);
+  if (rename(temporary.c_str(), path.c_str()) != 0) CannotWriteIn(target, directory, errno);
   pending.Committed();
   // The rename itself is made durable with the directory.
   const int dir = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

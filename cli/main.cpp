@@ -41,7 +41,8 @@ int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");
 
   CLI::App app("Reads and edits XML documents: values by element path, subtrees, "
-               "attributes, XSLT.\nExit status: 0 done, 1 path or attribute not there, "
+               "attributes, XSLT.\nA PATH's first component may name the root element, ASCII "
+               "case ignored.\nExit status: 0 done, 1 path or attribute not there, "
                "2 usage error, 3 input unreadable or not well-formed, 4 output not written, "
                "5 other failure.",
                "treekeeper");

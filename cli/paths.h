@@ -1,5 +1,6 @@
 // Element paths as the tool uses them: "a/b/c" below the root, where the
-// first component may name the root itself.
+// first component may name the root itself (ASCII case ignored). Names of
+// any length are reached, also those longer than a library path takes.
 #pragma once
 
 #include <string>
@@ -34,6 +35,10 @@ unsigned RequireElement(HandleScope& scope, const std::string& path);
 // The element at path, made with whatever elements of the path are missing.
 unsigned EnsureElement(HandleScope& scope, const std::string& path);
 // Takes the element at path out of the document; status 1 if there is none.
-void RemoveElement(HandleScope& scope, const std::string& path);
+// It may load the document afresh, so no handle of it may be open.
+void RemoveElement(Document& document, const std::string& path);
+
+// The name of the element (or processing instruction) of handle.
+std::string ElementName(const Document& document, unsigned handle);
 
 }  // namespace tkcli

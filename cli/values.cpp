@@ -1,11 +1,16 @@
 #include "values.h"
 
+#include <cctype>
 #include <charconv>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 
 #include "errors.h"
+#include "paths.h"
+#include "utf8_text.h"
+#include "xml_text.h"
 
 namespace tkcli {
 namespace {
@@ -18,17 +23,6 @@ bool IsDigits(const std::string& text) {
 
 bool IsHexDigits(const std::string& text) {
   return text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-}
-
-std::string ToHex(const unsigned char* bytes, size_t count) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(count * 2);
-  for (size_t i = 0; i < count; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 0x0F];
-  }
-  return text;
 }
 
 std::vector<unsigned char> FromHex(const std::string& text) {
@@ -58,16 +52,90 @@ std::string Describe(const std::string& path, const ValueTarget& target) {
   throw CliError(kNotThere, document.name() + ": no " + Describe(path, target));
 }
 
-// The library's two-call protocol: the size first, then the bytes. The
-// value may need more on the second call; that is asked again.
+// Text in the messages about it: long texts are cut short.
+std::string Shown(const std::string& text) {
+  constexpr size_t kShown = 40;
+  if (text.size() <= kShown) return "'" + text + "'";
+  size_t cut = kShown;
+  while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+  return "'" + text.substr(0, cut) + "...'";
+}
+
+// The value text in the form asked for, as it is printed: a number in
+// decimal, bytes as lower-case hex. Status 5 if the text is no such value.
+std::string InForm(const Document& document, const std::string& text, const std::string& path,
+                   const ValueTarget& target) {
+  if (target.form == ValueForm::kText) return text;
+  const std::string holds =
+      document.name() + ": " + Describe(path, target) + " holds " + Shown(text);
+  if (target.form == ValueForm::kNumber) {
+    uint32_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number, 10);
+    if (!IsDigits(text) || parsed.ec != std::errc() || parsed.ptr != end) {
+      throw CliError(kFailed, holds + ", not a number from 0 to 4294967295");
+    }
+    return std::to_string(number);
+  }
+  if (!IsHexDigits(text) || text.size() % 2 != 0) {
+    throw CliError(kFailed, holds + ", not hexadecimal bytes (two digits a byte)");
+  }
+  std::string hex = text;
+  for (char& c : hex) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return hex;
+}
+
+// The library's two-call protocol: the size first, then the bytes; asked
+// again while the value needs more than the buffer had. A -105 with a size
+// that the buffer already had is left to the caller.
 int ReadSized(const Reader& read, std::vector<unsigned char>& bytes, unsigned& size) {
   size = 0;
   int result = read(&size, nullptr);
-  for (int attempt = 0; result == -105 && size > 0 && attempt < 8; ++attempt) {
-    bytes.assign(size, 0);
+  unsigned capacity = 0;
+  while (result == -105 && size > capacity) {
+    capacity = size;
+    bytes.assign(capacity, 0);
     result = read(&size, bytes.data());
   }
   return result;
+}
+
+// The element's last text child, the one whose text is the element's value,
+// read from its XML. The library's read passes the size one text child
+// leaves on to the next, so a value behind a shorter text can't be read
+// through it at any buffer size.
+std::string LastTextChild(const Document& document, unsigned handle, const std::string& path) {
+  unsigned count = 0;
+  if (document->EnumElement(handle, &count) != 0) return {};
+  for (unsigned index = count; index-- > 0;) {
+    HandleScope scope(document);
+    unsigned child = 0;
+    unsigned nodeType = 0;
+    const int opened = document->OpenElement(handle, index, &child, &nodeType);
+    if (opened != 0) Failed(document, "cannot read '" + path + "'", opened);
+    scope.Keep(child);
+    if (nodeType != 3) continue;
+    outputstr xml;
+    const int exported = document->ExportSubTreeToStream(child, xml);
+    if (exported != 0) Failed(document, "cannot read '" + path + "'", exported);
+    std::string text(WithoutDeclaration(std::string_view(xml.text(), xml.length())));
+    JoinSurrogatePairs(text);
+    return DecodeCharacterData(text);
+  }
+  return {};
+}
+
+std::string ReadElementText(const Document& document, unsigned handle, const std::string& path,
+                            bool cdata, unsigned codePage);
+
+// UTF-8 text in codePage, converted by the library.
+std::string InCodePage(const std::string& text, unsigned codePage) {
+  Document scratch;
+  scratch.CreateEmpty("value");
+  const int result = scratch->SetElementValue(kRootHandle, "", TK_VALUE_TEXT,
+                                              static_cast<unsigned>(text.size()), text.c_str());
+  if (result != 0) Failed(scratch, "cannot convert a value", result);
+  return ReadElementText(scratch, kRootHandle, "", false, codePage);
 }
 
 // The text of an element or its CDATA section; empty if it has none.
@@ -85,46 +153,13 @@ std::string ReadElementText(const Document& document, unsigned handle, const std
   if (result == -107 || result == -1) return {};
   // A code page the platform can't convert to measures 0 bytes.
   if (result == -105 && size == 0) RefusedCodePage(codePage);
+  if (result == -105 && !cdata) {
+    const std::string text = LastTextChild(document, handle, path);
+    return codePage == kUtf8CodePage ? text : InCodePage(text, codePage);
+  }
   if (result != 0) Failed(document, "cannot read '" + path + "'", result);
   const char* text = reinterpret_cast<const char*>(bytes.data());
   return std::string(text, strnlen(text, bytes.size()));
-}
-
-std::string ReadElementValue(const Document& document, unsigned handle, const std::string& path,
-                             const ValueTarget& target, unsigned codePage) {
-  ITreeKeeper* tk = document.tk();
-  if (target.form == ValueForm::kText) {
-    return ReadElementText(document, handle, path, target.cdata, codePage);
-  }
-  // An element's number or hex read doesn't tell a stray character from a
-  // good value, so the text is checked first.
-  const std::string text = ReadElementText(document, handle, path, target.cdata, kUtf8CodePage);
-  const int type = target.form == ValueForm::kNumber ? TK_VALUE_NUMBER : TK_VALUE_BINARY;
-  const Reader read = [&](unsigned* size, void* buffer) {
-    return target.cdata ? tk->GetElementCDATAValue(handle, "", type, size, buffer)
-                        : tk->GetElementValue(handle, "", type, size, buffer, kUtf8CodePage);
-  };
-  if (target.form == ValueForm::kNumber) {
-    if (!IsDigits(text)) {
-      throw CliError(kFailed, document.name() + ": " + Describe(path, target) + " holds '" + text +
-                                  "', not a number");
-    }
-    uint32_t number = 0;
-    unsigned size = sizeof number;
-    const int result = read(&size, &number);
-    if (result != 0) Failed(document, "cannot read '" + path + "'", result);
-    return std::to_string(number);
-  }
-  if (!IsHexDigits(text)) {
-    throw CliError(kFailed, document.name() + ": " + Describe(path, target) + " holds '" + text +
-                                "', not hexadecimal bytes");
-  }
-  if (text.empty()) return {};
-  std::vector<unsigned char> bytes;
-  unsigned size = 0;
-  const int result = ReadSized(read, bytes, size);
-  if (result != 0) Failed(document, "cannot read '" + path + "'", result);
-  return ToHex(bytes.data(), size);
 }
 
 std::string ReadAttributeText(const Document& document, unsigned handle, const std::string& path,
@@ -143,43 +178,22 @@ std::string ReadAttributeText(const Document& document, unsigned handle, const s
   return std::string(value.text(), value.length());
 }
 
-std::string ReadAttributeValue(const Document& document, unsigned handle, const std::string& path,
-                               const ValueTarget& target, unsigned codePage) {
-  if (target.form == ValueForm::kText) {
-    return ReadAttributeText(document, handle, path, target, codePage);
-  }
-  const char* name = target.attribute.c_str();
-  const int type = target.form == ValueForm::kNumber ? TK_VALUE_NUMBER : TK_VALUE_BINARY;
-  const Reader read = [&](unsigned* size, void* buffer) {
-    return document->GetAttributeValue(handle, "", name, type, size, buffer);
-  };
-  uint32_t number = 0;
-  std::vector<unsigned char> bytes;
-  unsigned size = sizeof number;
-  const int result =
-      target.form == ValueForm::kNumber ? read(&size, &number) : ReadSized(read, bytes, size);
-  if (result == -1) NoAttribute(document, path, target);
-  if (result == -104 || result == -108) {
-    throw CliError(kFailed, document.name() + ": " + Describe(path, target) + " is not " +
-                                (type == TK_VALUE_NUMBER ? "a number" : "hexadecimal bytes"));
-  }
-  // An empty value needs no bytes, and the size call says so.
-  if (result == -105 && size == 0) return {};
-  if (result != 0) Failed(document, "cannot read " + Describe(path, target), result);
-  return type == TK_VALUE_NUMBER ? std::to_string(number) : ToHex(bytes.data(), size);
-}
-
 }  // namespace
 
 std::string ReadValue(const Document& document, unsigned handle, const std::string& path,
                       const ValueTarget& target, unsigned codePage) {
-  if (!target.attribute.empty()) {
-    return ReadAttributeValue(document, handle, path, target, codePage);
-  }
-  return ReadElementValue(document, handle, path, target, codePage);
+  // Numbers and bytes are read as text and checked here: the library's own
+  // reads of them turn a stray character or an overflow into some value.
+  if (target.form != ValueForm::kText) codePage = kUtf8CodePage;
+  const std::string text =
+      target.attribute.empty()
+          ? ReadElementText(document, handle, path, target.cdata, codePage)
+          : ReadAttributeText(document, handle, path, target, codePage);
+  return InForm(document, text, path, target);
 }
 
-void CheckValue(const ValueTarget& target, const std::string& value) {
+std::string CheckValue(const ValueTarget& target, const std::string& path,
+                       const std::string& value) {
   if (target.form == ValueForm::kNumber) {
     uint32_t number;
     const char* end = value.data() + value.size();
@@ -187,35 +201,55 @@ void CheckValue(const ValueTarget& target, const std::string& value) {
     if (!IsDigits(value) || parsed.ec != std::errc() || parsed.ptr != end) {
       throw CliError(kUsage, "'" + value + "' is not a number from 0 to 4294967295");
     }
-  } else if (target.form == ValueForm::kHex) {
+    return value;
+  }
+  if (target.form == ValueForm::kHex) {
     if (!IsHexDigits(value) || value.size() % 2 != 0) {
       throw CliError(kUsage, "'" + value + "' is not hexadecimal bytes (two digits a byte)");
     }
+    return value;
   }
+  const std::string what = "cannot set " + Describe(path, target) + ": ";
+  std::string utf8;
+  std::string name;
+  if (!LocaleToUtf8(value, utf8) || !LocaleToUtf8(target.attribute, name)) {
+    throw CliError(kUsage, what + "not valid text in the locale's character set (" +
+                               LocaleCharacterSet() + ")");
+  }
+  const long refused = FirstNonXmlCharacter(utf8);
+  if (refused >= 0) {
+    char code[24];
+    std::snprintf(code, sizeof code, "U+%04lX", refused);
+    throw CliError(kUsage, what + "the value holds " + code + ", a character XML can't hold");
+  }
+  return utf8;
 }
 
 void WriteValue(const Document& document, unsigned handle, const std::string& path,
                 const ValueTarget& target, const std::string& value) {
-  CheckValue(target, value);
+  const std::string checked = CheckValue(target, path, value);
+  // Attribute names, like values, are UTF-8 for the library's writes.
+  std::string attribute;
+  LocaleToUtf8(target.attribute, attribute);
   uint32_t number = 0;
   std::vector<unsigned char> bytes;
   int type = TK_VALUE_TEXT;
-  const void* data = value.c_str();
-  unsigned size = static_cast<unsigned>(value.size());
+  const void* data = checked.c_str();
+  unsigned size = static_cast<unsigned>(checked.size());
   if (target.form == ValueForm::kNumber) {
-    std::from_chars(value.data(), value.data() + value.size(), number, 10);
+    std::from_chars(checked.data(), checked.data() + checked.size(), number, 10);
     type = TK_VALUE_NUMBER;
     data = &number;
     size = sizeof number;
   } else if (target.form == ValueForm::kHex) {
-    bytes = FromHex(value);
+    bytes = FromHex(checked);
     type = TK_VALUE_BINARY;
     data = bytes.data();
     size = static_cast<unsigned>(bytes.size());
   }
   int result;
   if (!target.attribute.empty()) {
-    result = document->setAttributeValue(handle, "", target.attribute.c_str(), type, size, data);
+    result = document->setAttributeValue(handle, "", attribute.c_str(), type, size, data);
   } else if (target.cdata) {
     result = document->SetElementCDATAValue(handle, "", type, size, data);
   } else {

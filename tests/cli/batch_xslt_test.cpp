@@ -61,6 +61,21 @@ TEST(Xslt, PrintsOrWritesTheTransformedDocument) {
   const std::string stylesheet = ReadBytes(DataPath("rename.xsl"));
   EXPECT_EQ(RunTool({"xslt", DataPath("config.xml"), "-", "-o", out}, stylesheet).status, 0);
   EXPECT_EQ(ReadBytes(out), expected);
+
+  // A result of several top-level nodes, when asked for; comments and
+  // processing instructions outside the one element are no part of a
+  // document, as everywhere in the tool.
+  const std::string head =
+      "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+      "<xsl:template match='/'>";
+  const std::string tail = "</xsl:template></xsl:stylesheet>";
+  const ToolRun fragment = RunTool({"xslt", DataPath("config.xml"), "-", "--fragment"},
+                                   head + "t&lt;<a/><xsl:comment>c</xsl:comment><b>x</b>" + tail);
+  EXPECT_EQ(fragment.status, 0) << fragment.err;
+  EXPECT_EQ(fragment.out, "t&lt;<a/><!--c--><b>x</b>");
+  const ToolRun commented = RunTool({"xslt", DataPath("config.xml"), "-"},
+                                    head + "<xsl:comment>c</xsl:comment><a/>" + tail);
+  EXPECT_EQ(commented.out, "<?xml version='1.0' encoding='UTF-8' ?>\n<a/>") << commented.err;
 }
 
 }  // namespace

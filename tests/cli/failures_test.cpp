@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 
 #include <gtest/gtest.h>
 
@@ -63,6 +64,25 @@ TEST(Failures, InputThatCantBeRead) {
   for (const FailureCase& c : cases) ExpectFailure(c);
 }
 
+TEST(Failures, InputLargerThanTheLibraryImports) {
+  // A regular file is refused by its size before a byte is read; a device
+  // is read no further than the limit.
+  Scratch dir;
+  const std::string sparse = dir.path("huge.xml");
+  WriteBytes(sparse, "<a>");
+  ASSERT_EQ(truncate(sparse.c_str(), 3LL << 30), 0);
+  const auto start = std::chrono::steady_clock::now();
+  const ToolRun file = RunTool({"cat", sparse});
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  const ToolRun device = RunTool({"get", "/dev/zero", "a"});
+  for (const ToolRun& run : {file, device}) {
+    EXPECT_EQ(run.status, 3);
+    EXPECT_NE(run.err.find(": too large: a document may have at most 2147483647 bytes"),
+              std::string::npos)
+        << run.err;
+  }
+}
+
 TEST(Failures, PathsAndAttributesThatAreNotThere) {
   const std::vector<FailureCase> cases = {
       {{"get", "{config.xml}", "net/nothing"}, "", 1, "config.xml: no element at 'net/nothing'"},
@@ -88,6 +108,12 @@ TEST(Failures, UsageErrors) {
       {{"set", "{config.xml}", "a", "--number", "12x"}, "", 2, "'12x' is not a number"},
       {{"set", "{config.xml}", "a", "--number", "4294967296"}, "", 2, "is not a number"},
       {{"set", "{config.xml}", "a", "--hex", "abc"}, "", 2, "not hexadecimal"},
+      {{"set", "{config.xml}", "a", "caf\xE9"}, "", 2,
+       "cannot set 'a': not valid text in the locale's character set"},
+      {{"set", "{config.xml}", "a", "x\x01"}, "", 2,
+       "cannot set 'a': the value holds U+0001, a character XML can't hold"},
+      {{"set", "{config.xml}", "a", "-a", "b", "\xEF\xBF\xBE"}, "", 2,
+       "attribute 'b' of 'a': the value holds U+FFFE"},
       {{"set", "{config.xml}", "/a", "1"}, "", 2, "empty path component"},
       {{"set", "{config.xml}", "net/a b", "1"}, "", 2, "not a valid element name"},
       {{"set", "{config.xml}", std::string(64, 'x'), "1"}, "", 2, "longer than 63 bytes"},
@@ -105,7 +131,7 @@ TEST(Failures, UsageErrors) {
 TEST(Failures, OutputThatCantBeWritten) {
   const std::vector<FailureCase> cases = {
       {{"set", "{config.xml}", "a", "1", "-o", "{no/such/dir/out.xml}"}, "", 4,
-       "out.xml: cannot write: No such file or directory"},
+       "out.xml: cannot write in the directory '"},
       {{"set", "{config.xml}", "a", "1", "-o", "/proc/treekeeper.xml"}, "", 4,
        "/proc/treekeeper.xml: cannot write"},
       {{"new", "a", "-o", "{dir}"}, "", 4, "cannot write: Is a directory"},
@@ -114,22 +140,41 @@ TEST(Failures, OutputThatCantBeWritten) {
   for (const FailureCase& c : cases) ExpectFailure(c);
 }
 
-TEST(Failures, ReadOnlyDirectoryKeepsTheFile) {
-  if (geteuid() == 0) GTEST_SKIP() << "permissions don't bind root";
+TEST(Failures, ReadOnlyDirectoryIsNamedAndKeepsTheFile) {
+  // A writable file in a directory that takes no new file.
+  const bool asOther = CanRunAsOthers();
+  if (geteuid() == 0 && !asOther) GTEST_SKIP() << "permissions don't bind root";
   Scratch dir;
   const std::string file = dir.Copy("config.xml");
+  chmod(file.c_str(), 0666);
   chmod(dir.root().c_str(), 0555);
-  const ToolRun run = RunTool({"set", file, "a", "1"});
+  const std::vector<std::string> args = {"set", file, "a", "1"};
+  const ToolRun run = asOther ? RunToolAs(65534, 65534, 65534, args) : RunTool(args);
   chmod(dir.root().c_str(), 0755);
   EXPECT_EQ(run.status, 4);
-  EXPECT_NE(run.err.find("config.xml: cannot write: Permission denied"), std::string::npos);
+  EXPECT_NE(run.err.find("config.xml: cannot write in the directory '" + dir.root() +
+                         "': Permission denied"),
+            std::string::npos)
+      << run.err;
   EXPECT_EQ(ReadBytes(file), ReadBytes(DataPath("config.xml")));
 }
 
 TEST(Failures, StylesheetThatFails) {
-  ExpectFailure({{"xslt", "{config.xml}", "{failing.xsl}"}, "", 5,
-                 "failing.xsl: the transformation failed"});
-  ExpectFailure({{"xslt", "-", "-"}, "", 2, "can't both be standard input"});
+  const std::string head =
+      "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+      "<xsl:template match='/'>";
+  const std::string tail = "</xsl:template></xsl:stylesheet>";
+  const std::vector<FailureCase> cases = {
+      {{"xslt", "{config.xml}", "{failing.xsl}"}, "", 5, "failing.xsl: the transformation failed"},
+      {{"xslt", "-", "-"}, "", 2, "can't both be standard input"},
+      {{"xslt", "{config.xml}", "{config.xml}"}, "", 5,
+       "config.xml: not a stylesheet: the root element <cfg> is no xsl:stylesheet"},
+      {{"xslt", "{config.xml}", "-"}, head + "<a/><b/>" + tail, 5,
+       "<stdin>: the result is not one element but 2 elements (--fragment"},
+      {{"xslt", "{config.xml}", "-"}, head + "<a/>text" + tail, 5,
+       "<stdin>: the result is not one element but 1 element and 1 text"},
+  };
+  for (const FailureCase& c : cases) ExpectFailure(c);
 }
 
 }  // namespace

@@ -12,22 +12,23 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 extern char** environ;
 
 namespace tkcli::test {
 namespace {
 
+const char kSetpriv[] = "/usr/bin/setpriv";
+
 void Check(bool ok, const char* what) {
   if (!ok) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
 }
 
-}  // namespace
-
 // Standard input, output and error go through files in a scratch directory,
 // so no pipe can fill up while the tool runs.
-ToolRun RunTool(const std::vector<std::string>& args, const std::string& input,
-                const std::string& cwd) {
+ToolRun Spawn(std::vector<std::string> argvText, const std::string& input,
+              const std::string& cwd, std::vector<std::string> env = {}) {
   const Scratch io;
   WriteBytes(io.path("in"), input);
   posix_spawn_file_actions_t actions;
@@ -37,14 +38,22 @@ ToolRun RunTool(const std::vector<std::string>& args, const std::string& input,
   posix_spawn_file_actions_addopen(&actions, 2, io.path("err").c_str(), O_WRONLY | O_CREAT, 0600);
   if (!cwd.empty()) posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
 
-  std::vector<std::string> argvText = {TK_CLI_PATH};
-  argvText.insert(argvText.end(), args.begin(), args.end());
   std::vector<char*> argv;
   for (std::string& arg : argvText) argv.push_back(arg.data());
   argv.push_back(nullptr);
+  std::vector<char*> envp;
+  for (std::string& variable : env) envp.push_back(variable.data());
+  for (char** inherited = environ; *inherited != nullptr; ++inherited) {
+    const std::string_view name(*inherited, std::strcspn(*inherited, "="));
+    const bool replaced = std::any_of(env.begin(), env.end(), [&](const std::string& variable) {
+      return variable.compare(0, name.size() + 1, std::string(name) + "=") == 0;
+    });
+    if (!replaced) envp.push_back(*inherited);
+  }
+  envp.push_back(nullptr);
 
   pid_t pid = 0;
-  errno = posix_spawn(&pid, TK_CLI_PATH, &actions, nullptr, argv.data(), environ);
+  errno = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   Check(errno == 0, "posix_spawn");
   int status = 0;
@@ -54,6 +63,28 @@ ToolRun RunTool(const std::vector<std::string>& args, const std::string& input,
   run.out = ReadBytes(io.path("out"));
   run.err = ReadBytes(io.path("err"));
   return run;
+}
+
+}  // namespace
+
+ToolRun RunTool(const std::vector<std::string>& args, const std::string& input,
+                const std::string& cwd, const std::vector<std::string>& env) {
+  std::vector<std::string> argv = {TK_CLI_PATH};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return Spawn(argv, input, cwd, env);
+}
+
+bool CanRunAsOthers() { return geteuid() == 0 && access(kSetpriv, X_OK) == 0; }
+
+ToolRun RunToolAs(unsigned uid, unsigned gid, unsigned group,
+                  const std::vector<std::string>& args) {
+  std::vector<std::string> argv = {kSetpriv,
+                                   "--reuid=" + std::to_string(uid),
+                                   "--regid=" + std::to_string(gid),
+                                   "--groups=" + std::to_string(group),
+                                   TK_CLI_PATH};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return Spawn(argv, "", "");
 }
 
 Scratch::Scratch() {

@@ -13,9 +13,16 @@ struct ToolRun {
 };
 
 // Runs the tool with args, input on its standard input, in directory cwd
-// (the current one if empty).
+// (the current one if empty), with the variables of env ("NAME=value") set
+// or replaced in the test's environment.
 ToolRun RunTool(const std::vector<std::string>& args, const std::string& input = {},
-            const std::string& cwd = {});
+                const std::string& cwd = {}, const std::vector<std::string>& env = {});
+
+// Whether RunToolAs works here: as root, with setpriv.
+bool CanRunAsOthers();
+// Runs the tool as user uid, with primary group gid and one other group.
+ToolRun RunToolAs(unsigned uid, unsigned gid, unsigned group,
+                  const std::vector<std::string>& args);
 
 // A directory of its own for one test, removed with its content afterwards.
 class Scratch {
