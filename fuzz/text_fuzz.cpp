@@ -139,11 +139,13 @@ bool ReadValue(ITreeKeeper* tk, unsigned codePage, std::string& out, int& result
   unsigned size = 0;
   result = tk->GetElementValue(100, "v", TK_VALUE_TEXT, &size, nullptr, codePage);
   if (result != -105) return false;
-  // A code page the conversion refuses measures 0 and then reads as one NUL.
+  // A code page the conversion refuses measures 0; a buffer of one byte then
+  // reads as one NUL (a size of 0 leaves no room and is refused unwritten).
   const bool refused = size == 0;
   const unsigned needed = refused ? 1 : size;
   if (refused != !tk::cp::IsKnownCodePage(codePage)) Fail("measure 0 for a known code page");
   std::unique_ptr<char[]> buffer(new char[needed]);
+  size = needed;
   result = tk->GetElementValue(100, "v", TK_VALUE_TEXT, &size, buffer.get(), codePage);
   if (result != 0) Fail("read with the size asked for failed");
   if (size != needed) Fail("size stored by the read differs from the measure");
