@@ -120,17 +120,18 @@ void StartElementInRuns(xmlParserCtxtPtr ctxt, const xmlChar* localname, const x
                           0, attributes);
     return;
   }
+  xmlNodePtr const parent = ctxt->node;
   xmlSAX2StartElementNs(ctxt, localname, prefix, uri, namespaceCount, namespaces, kAttributeRun,
                         0, attributes);
   xmlNodePtr element = ctxt->node;
-  if (element == nullptr || element->name != localname) return;  // the engine failed
+  if (element == nullptr || element == parent || ctxt->instate == XML_PARSER_EOF) return;
   xmlAttrPtr tail = element->properties;
   while (tail != nullptr && tail->next != nullptr) tail = tail->next;
   for (int start = kAttributeRun; start < attributeCount; start += kAttributeRun) {
     const int run = std::min(kAttributeRun, attributeCount - start);
     xmlSAX2StartElementNs(ctxt, localname, prefix, uri, 0, nullptr, run, 0, attributes + 5 * start);
     xmlNodePtr standIn = ctxt->node;
-    if (standIn == element) return;  // the engine failed and stopped
+    if (standIn == element || ctxt->instate == XML_PARSER_EOF) return;  // the engine failed
     for (xmlAttrPtr attr = standIn->properties; attr != nullptr; attr = attr->next) {
       attr->parent = element;
       attr->prev = tail;
