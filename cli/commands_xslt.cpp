@@ -1,12 +1,12 @@
 // xslt: the document as a stylesheet transforms it.
 #include <climits>
+#include <cstdio>
 #include <map>
 
 #include "commands.h"
 #include "errors.h"
 #include "file_output.h"
 #include "paths.h"
-#include "stderr_capture.h"
 #include "xml_text.h"
 
 namespace tkcli {
@@ -34,10 +34,24 @@ const char kGatherFragment[] =
     "<xsl:template match='/'><fragment><xsl:copy-of select='node()'/></fragment></xsl:template>"
     "</xsl:stylesheet>";
 
-std::string FirstLine(const std::string& text) {
-  const size_t begin = text.find_first_not_of(" \t\r\n");
-  if (begin == std::string::npos) return {};
-  return text.substr(begin, text.find_first_of("\r\n", begin) - begin);
+
+// The lines of text, without empty ones, joined by "; ".
+std::string OneLine(const std::string& text) {
+  std::string line;
+  size_t begin = 0;
+  while (begin < text.size()) {
+    size_t end = text.find('\n', begin);
+    if (end == std::string::npos) end = text.size();
+    const size_t first = text.find_first_not_of(" \t\r", begin);
+    size_t last = end;
+    while (last > begin && (text[last - 1] == ' ' || text[last - 1] == '\t' ||
+                            text[last - 1] == '\r')) {
+      --last;
+    }
+    if (first < last) line += (line.empty() ? "" : "; ") + text.substr(first, last - first);
+    begin = end + 1;
+  }
+  return line;
 }
 
 int Transform(const Document& document, const std::string& stylesheet) {
@@ -120,13 +134,19 @@ void RunXslt(const XsltArgs& args, const GlobalOptions& global) {
     const std::string why = NotAStylesheet(check);
     if (!why.empty()) throw CliError(kFailed, stylesheetName + ": " + why);
   }
-  StderrCapture capture;
   const int result = Transform(document, stylesheet);
-  const std::string reason = FirstLine(capture.Finish());
+  outputstr report;
+  TkXsltReport(document.tk())->GetXsltReport(report);
   if (result != 0) {
+    // The engine's reason and the stylesheet's last words, on the one line
+    // of the tool's error.
+    const std::string reason = OneLine(report.text());
     throw CliError(kFailed, stylesheetName + ": the transformation failed" +
                                 (reason.empty() ? "" : ": " + reason));
   }
+  // What the stylesheet said on the way (xsl:message) goes to standard error
+  // as it was said.
+  std::fputs(report.text(), stderr);
   if (document->OpenElement("") != kRootHandle) {
     throw CliError(kFailed, stylesheetName + ": the transformation made no root element");
   }

@@ -288,6 +288,24 @@ inline ITreeKeeperXsltBudget* TkXsltBudget(ITreeKeeper* treeKeeper) {
   return static_cast<ITreeKeeperXsltBudget*>(treeKeeper);
 }
 
+// Why the last ApplyXSLT failed, and what its stylesheet said. Every
+// instance from TkCreateTreeKeeper implements this extension as well:
+//   ITreeKeeperXsltReport* x = static_cast<ITreeKeeperXsltReport*>(treeKeeper);
+class TK_API ITreeKeeperXsltReport : public ITreeKeeperXsltBudget {
+ public:
+  ~ITreeKeeperXsltReport() override;
+  // Gives what the XSLT engine said during the instance's last ApplyXSLT
+  // (empty before the first): its compilation and run-time errors, and the
+  // text of each xsl:message, in the order said, as UTF-8 lines each ending
+  // in "\n", at most 64 KiB. ApplyXSLT itself keeps sending no message of
+  // its own for these. Always 0.
+  virtual int GetXsltReport(outputstr& out) = 0;
+};
+
+inline ITreeKeeperXsltReport* TkXsltReport(ITreeKeeper* treeKeeper) {
+  return static_cast<ITreeKeeperXsltReport*>(treeKeeper);
+}
+
 // Installer object. Its operations ignore their argument and give constant
 // results: 0, 1, 0, 0, 0.
 class TK_API ITreeKeeperInstaller {

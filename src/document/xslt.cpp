@@ -15,6 +15,7 @@ namespace tk {
 int CTreeKeeper::ApplyXSLT(const char* stylesheet, int /*size: the text ends at its NUL*/) {
   // Trailing closed slots go first, even when the call then fails.
   m_table.trimTrailingClosed();
+  m_xsltReport.clear();
 
   // The transformation starts from the root element, also the free-standing
   // root of CreateEmpty that no document holds.
@@ -34,9 +35,16 @@ int CTreeKeeper::ApplyXSLT(const char* stylesheet, int /*size: the text ends at 
   if (LoadFromText(sheet, stylesheet) < 0) return -1;
   dom::Document result;
   if (dom::Document::Create(result) < 0) return -1;
-  const int transformed = dom::Document::transformNodeToObject(root, sheet, result, m_xsltBudget);
-  if (transformed == dom::kOutOfTime) Report("ApplyXSLT: time budget exceeded");
-  if (transformed == dom::kOutOfMemory) Report("ApplyXSLT: memory budget exceeded");
+  const int transformed =
+      dom::Document::transformNodeToObject(root, sheet, result, m_xsltBudget, &m_xsltReport);
+  if (transformed == dom::kOutOfTime) {
+    Report("ApplyXSLT: time budget exceeded");
+    m_xsltReport += "time budget exceeded\n";
+  }
+  if (transformed == dom::kOutOfMemory) {
+    Report("ApplyXSLT: memory budget exceeded");
+    m_xsltReport += "memory budget exceeded\n";
+  }
   if (transformed < 0) return -1;
   dom::Node element;
   if (result.get_documentElement(element) < 0) return -1;
@@ -48,6 +56,12 @@ int CTreeKeeper::ApplyXSLT(const char* stylesheet, int /*size: the text ends at 
   m_document = std::move(result);
   m_root.assign(element);
   m_table.append(std::move(element));
+  return 0;
+}
+
+int CTreeKeeper::GetXsltReport(outputstr& out) {
+  LockGuard guard(m_lock);
+  out = m_xsltReport.c_str();
   return 0;
 }
 

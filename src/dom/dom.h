@@ -285,10 +285,13 @@ class Document {
   // element; result receives the output tree. The stylesheet can't read or
   // write files, make directories, reach the network or load code. A
   // transformation that runs out of its budget stops with kOutOfTime or
-  // kOutOfMemory.
+  // kOutOfMemory. report, when given, receives what the engine said on the
+  // way (its errors and the text of xsl:message, lines ending in "\n"),
+  // appended, at most 64 KiB of it.
   static int transformNodeToObject(const Node& source, const Document& stylesheet,
                                    Document& result,
-                                   const TransformBudget& budget = TransformBudget());
+                                   const TransformBudget& budget = TransformBudget(),
+                                   std::string* report = nullptr);
 
  private:
   friend struct NodeAccess;

@@ -8,6 +8,7 @@
 
 #include "dom/internal.h"
 #include "dom/transform_budget.h"
+#include "dom/transform_report.h"
 
 namespace tk::dom {
 namespace {
@@ -38,7 +39,6 @@ xmlParserInputPtr GuardedLoader(const char* url, const char* id, xmlParserCtxtPt
   return g_previousLoader != nullptr ? g_previousLoader(url, id, ctxt) : nullptr;
 }
 
-void SilentXsltError(void*, const char*, ...) {}
 void SilentGenericError(void*, const char*, ...) {}
 void SilentStructuredError(void*, xmlErrorPtr) {}
 
@@ -50,8 +50,9 @@ void SetUpEngine() {
   xmlSetExternalEntityLoader(GuardedLoader);
   // Stylesheet compilation reports only through libxslt's process-wide
   // generic handler (no per-stylesheet hook exists), so that one handler is
-  // made silent here once; transformations are silenced per context.
-  xsltSetGenericErrorFunc(nullptr, SilentXsltError);
+  // set here once: it keeps the text for the transformation running on the
+  // calling thread, and drops it otherwise.
+  xsltSetGenericErrorFunc(nullptr, ReportXsltText);
   xsltInit();
 }
 

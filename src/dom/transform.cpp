@@ -3,7 +3,8 @@
 // The stylesheet runs in a sandbox: it can't read or write files, make
 // directories, reach the network or load code, and a stylesheet that imports
 // or includes another one, or declares extension namespaces, is refused
-// before it is compiled. The engine's messages go nowhere.
+// before it is compiled. What the engine says (its errors, the text of
+// xsl:message) goes to the caller's report, never to a stream.
 #include <libxslt/security.h>
 #include <libxslt/transform.h>
 #include <libxslt/xslt.h>
@@ -16,14 +17,12 @@
 #include "dom/document_object.h"
 #include "dom/transform_budget.h"
 #include "dom/transform_extensions.h"
+#include "dom/transform_report.h"
 
 namespace tk::dom {
 namespace {
 
 const xmlChar kXsltNamespace[] = "http://www.w3.org/1999/XSL/Transform";
-
-void SilentTransformError(void*, const char*, ...) {}
-void SilentXPathError(void*, xmlErrorPtr) {}
 
 
 // Calls visit on every node below top, depth first.
@@ -193,8 +192,16 @@ using DocOwner = std::unique_ptr<xmlDoc, DocCloser>;
 // Compiles a copy of the stylesheet document (compilation takes the tree
 // over and changes it).
 std::unique_ptr<xsltStylesheet, StylesheetCloser> Compile(xmlDocPtr source) {
-  if (xmlDocGetRootElement(source) == nullptr || ReadsOtherStylesheets(source) ||
-      DeclaresExtensions(source)) {
+  if (xmlDocGetRootElement(source) == nullptr) {
+    ReportScope::Say("the stylesheet has no element");
+    return nullptr;
+  }
+  if (ReadsOtherStylesheets(source)) {
+    ReportScope::Say("the stylesheet imports or includes another one, which is not allowed");
+    return nullptr;
+  }
+  if (DeclaresExtensions(source)) {
+    ReportScope::Say("the stylesheet declares extension namespaces, which is not allowed");
     return nullptr;
   }
   DocOwner copy(xmlCopyDoc(source, 1));
@@ -205,7 +212,7 @@ std::unique_ptr<xsltStylesheet, StylesheetCloser> Compile(xmlDocPtr source) {
   std::unique_ptr<xsltStylesheet, StylesheetCloser> style(xsltNewStylesheet());
   if (!style) throw std::bad_alloc();
   // Expressions that don't compile are reported to this context alone.
-  if (style->xpathCtxt != nullptr) style->xpathCtxt->error = SilentXPathError;
+  if (style->xpathCtxt != nullptr) style->xpathCtxt->error = ReportXPathError;
   ForeignTopLevelAside aside(copy.get());
   const int parsed = xsltParseStylesheetUser(style.get(), copy.get());
   aside.restore();
@@ -265,8 +272,8 @@ xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source, BudgetScope& budget) {
   std::unique_ptr<xsltTransformContext, ContextCloser> ctxt(
       xsltNewTransformContext(style, source));
   if (!ctxt) throw std::bad_alloc();
-  xsltSetTransformErrorFunc(ctxt.get(), nullptr, SilentTransformError);
-  if (ctxt->xpathCtxt != nullptr) ctxt->xpathCtxt->error = SilentXPathError;
+  xsltSetTransformErrorFunc(ctxt.get(), nullptr, ReportXsltText);
+  if (ctxt->xpathCtxt != nullptr) ctxt->xpathCtxt->error = ReportXPathError;
   if (xsltSetCtxtSecurityPrefs(prefs.get(), ctxt.get()) != 0) return nullptr;
   CloseExtensionLookups(ctxt.get());
   budget.watch(ctxt.get());
@@ -283,7 +290,8 @@ xmlDocPtr Run(xsltStylesheetPtr style, xmlDocPtr source, BudgetScope& budget) {
 }  // namespace
 
 int Document::transformNodeToObject(const Node& source, const Document& stylesheet,
-                                    Document& result, const TransformBudget& budget) {
+                                    Document& result, const TransformBudget& budget,
+                                    std::string* report) {
   const auto start = BudgetScope::Clock::now();
   xmlNodePtr node = NodeAccess::Raw(source);
   if (node == nullptr || NodeAccess::Ns(source) != nullptr || stylesheet.m_object == nullptr ||
@@ -296,9 +304,13 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
   // 1,500. The library's trees are no deeper than kMaxDepth, for which a
   // transformation needs under 256 KB of stack; a deeper tree is refused
   // before the engine sees it.
-  if (ElementLevels(node, kMaxDepth) > kMaxDepth) return kFail;
+  if (ElementLevels(node, kMaxDepth) > kMaxDepth) {
+    if (report != nullptr) *report += "the tree is deeper than a transformation may start from\n";
+    return kFail;
+  }
   EnsureEngine();
   QuietEngine quiet;
+  ReportScope reportScope(report);
   auto style = Compile(stylesheet.m_object->doc);
   if (!style) return kFail;
 
@@ -347,7 +359,10 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
 
   DocOwner owned(output);
   // The result becomes a tree of ours: no deeper than the parser reads back.
-  if (ElementLevels(reinterpret_cast<xmlNodePtr>(output), kMaxDepth) > kMaxDepth) return kFail;
+  if (ElementLevels(reinterpret_cast<xmlNodePtr>(output), kMaxDepth) > kMaxDepth) {
+    ReportScope::Say("the result is deeper than a document may be");
+    return kFail;
+  }
   output->type = XML_DOCUMENT_NODE;  // an html output method still makes an XML tree
   output->_private = nullptr;
   ClearCounts(output);

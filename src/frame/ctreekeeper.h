@@ -14,7 +14,7 @@
 
 namespace tk {
 
-class CTreeKeeper final : public ITreeKeeperXsltBudget {
+class CTreeKeeper final : public ITreeKeeperXsltReport {
  public:
   CTreeKeeper();  // raises CArbException* when the engine can't be set up
   ~CTreeKeeper() override;
@@ -69,6 +69,7 @@ class CTreeKeeper final : public ITreeKeeperXsltBudget {
 
   int ApplyXSLT(const char* stylesheet, int size) override;
   int SetXsltBudget(uint32_t milliseconds, uint64_t bytes) override;
+  int GetXsltReport(outputstr& out) override;
 
  private:
   // Stores a copy of name as the source name (null or "" clears nothing: the
@@ -87,6 +88,7 @@ class CTreeKeeper final : public ITreeKeeperXsltBudget {
   ElementTable m_table;
   SameNameMemo m_sameNames;  // of the last same-name enumeration
   dom::TransformBudget m_xsltBudget;
+  std::string m_xsltReport;  // what the engine said during the last ApplyXSLT
 };
 
 }  // namespace tk

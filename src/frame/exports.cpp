@@ -13,6 +13,7 @@
 ITreeKeeper::~ITreeKeeper() = default;
 ITreeKeeperXslt::~ITreeKeeperXslt() = default;
 ITreeKeeperXsltBudget::~ITreeKeeperXsltBudget() = default;
+ITreeKeeperXsltReport::~ITreeKeeperXsltReport() = default;
 ITreeKeeperInstaller::~ITreeKeeperInstaller() = default;
 tk::CCoreRtLock::~CCoreRtLock() = default;
 

@@ -76,6 +76,12 @@ TEST(Xslt, PrintsOrWritesTheTransformedDocument) {
   const ToolRun commented = RunTool({"xslt", DataPath("config.xml"), "-"},
                                     head + "<xsl:comment>c</xsl:comment><a/>" + tail);
   EXPECT_EQ(commented.out, "<?xml version='1.0' encoding='UTF-8' ?>\n<a/>") << commented.err;
+
+  // What the stylesheet says goes to standard error, also when it succeeds.
+  const ToolRun noted = RunTool({"xslt", DataPath("config.xml"), "-"},
+                                head + "<xsl:message>half way</xsl:message><a/>" + tail);
+  EXPECT_EQ(noted.status, 0);
+  EXPECT_EQ(noted.err, "half way\n");
 }
 
 }  // namespace

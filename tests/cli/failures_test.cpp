@@ -165,7 +165,11 @@ TEST(Failures, StylesheetThatFails) {
       "<xsl:template match='/'>";
   const std::string tail = "</xsl:template></xsl:stylesheet>";
   const std::vector<FailureCase> cases = {
-      {{"xslt", "{config.xml}", "{failing.xsl}"}, "", 5, "failing.xsl: the transformation failed"},
+      // The engine's reason, and the text of the message that stopped it.
+      {{"xslt", "{config.xml}", "{failing.xsl}"}, "", 5,
+       "failing.xsl: the transformation failed: no hosts to list\n"},
+      {{"xslt", "{config.xml}", "-"}, head + "<a><xsl:value-of select='1 +'/></a>" + tail, 5,
+       "could not compile select expression '1 +'"},
       {{"xslt", "-", "-"}, "", 2, "can't both be standard input"},
       {{"xslt", "{config.xml}", "{config.xml}"}, "", 5,
        "config.xml: not a stylesheet: the root element <cfg> is no xsl:stylesheet"},

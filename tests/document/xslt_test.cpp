@@ -104,6 +104,61 @@ TEST(ApplyXslt, FailuresLeaveTheDocumentAsItWas) {
   EXPECT_TRUE(log.messages().empty()) << log.joined();
 }
 
+// The engine's reasons reach the report, never the debug output; each
+// ApplyXSLT starts a new report.
+TEST(ApplyXslt, ReportSaysWhatTheEngineSaid) {
+  MessageLog log;
+  Instance instance;
+  ASSERT_EQ(LoadText(instance.tk, "<doc/>"), 0);
+  ITreeKeeperXsltReport* xslt = TkXsltReport(instance.tk);
+  const auto report = [xslt] {
+    outputstr text;
+    EXPECT_EQ(xslt->GetXsltReport(text), 0);
+    return std::string(text.text());
+  };
+  EXPECT_EQ(report(), "");
+  const struct {
+    std::string stylesheet;
+    int result;
+    std::string said;
+  } cases[] = {
+      {Sheet("<xsl:template match='/'><xsl:message>one</xsl:message>"
+             "<xsl:message terminate='yes'>two</xsl:message></xsl:template>"),
+       -1, "one\ntwo\n"},
+      {Sheet("<xsl:template match='/'><a><xsl:value-of select='1 +'/></a></xsl:template>"), -1,
+       "could not compile select expression '1 +'"},
+      {Sheet("<xsl:import href='other.xsl'/>"), -1, "imports or includes another one"},
+      {Sheet("<xsl:template match='/'><xsl:message>fine</xsl:message><a/></xsl:template>"), 0,
+       "fine\n"},
+      {kIdentity, 0, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.stylesheet);
+    EXPECT_EQ(Apply(instance, c.stylesheet), c.result);
+    const std::string said = report();
+    if (c.said.empty()) {
+      EXPECT_EQ(said, "");
+    } else {
+      EXPECT_NE(said.find(c.said), std::string::npos) << said;
+    }
+  }
+  // Chatter past 64 KiB is cut at a line, and says so.
+  // (2^13 - 1 messages of 13 bytes, from a recursion 13 calls deep.)
+  EXPECT_EQ(Apply(instance, Sheet("<xsl:template match='/'><a/><xsl:call-template name='n'/>"
+                                  "</xsl:template><xsl:template name='n'>"
+                                  "<xsl:param name='i' select='13'/><xsl:if test='$i &gt; 0'>"
+                                  "<xsl:message>twelve chars</xsl:message>"
+                                  "<xsl:call-template name='n'><xsl:with-param name='i' "
+                                  "select='$i - 1'/></xsl:call-template>"
+                                  "<xsl:call-template name='n'><xsl:with-param name='i' "
+                                  "select='$i - 1'/></xsl:call-template></xsl:if></xsl:template>")),
+            0);
+  const std::string long_report = report();
+  EXPECT_LE(long_report.size(), 64u * 1024);
+  EXPECT_EQ(long_report.substr(long_report.size() - 28), "(further messages left out)\n");
+  EXPECT_TRUE(log.messages().empty()) << log.joined();
+}
+
 // Without a root nothing runs: in a fresh instance, and after a result that
 // had no element, which leaves a closed slot at index 0.
 TEST(ApplyXslt, RefusedWithoutRoot) {
