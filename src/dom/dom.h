@@ -189,8 +189,8 @@ class XmlText {
  private:
   friend class Node;
   void reset();
-  void* m_buffer = nullptr;  // the serialiser's output buffer
-  std::string m_own;         // the text of a namespace declaration
+  void* m_buffer = nullptr;  // the engine's output buffer, when the engine wrote it
+  std::string m_own;         // the text, when we wrote it
   std::string_view m_view;
 };
 
@@ -322,6 +322,9 @@ namespace testing {
 // The next `count` calls of InitThread (or Document::Create) fail.
 void FailInitThread(int count);
 void FailDocumentCreate(int count);
+// The node's text as the engine's serialiser writes it: the reference that
+// Node::get_xml must match byte for byte.
+int EngineXml(const Node& node, std::string& out);
 }  // namespace testing
 
 }  // namespace tk::dom

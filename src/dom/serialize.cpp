@@ -1,9 +1,13 @@
-// get_xml: a node and its subtree as UTF-8 XML text, written by the
-// engine's serialiser straight into one buffer, which the caller may read
-// in place.
+// get_xml: a node and its subtree as UTF-8 XML text, written by our own
+// serialiser into one string, which the caller may read in place. The
+// engine's serialiser writes what ours leaves to it; in builds made to check
+// ours (TREEKEEPER_ORACLE), it writes everything a second time and any
+// difference stops the process.
 #include <libxml/xmlIO.h>
 #include <libxml/xmlsave.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -13,6 +17,7 @@
 #include <vector>
 
 #include "dom/internal.h"
+#include "dom/xml_writer.h"
 
 namespace tk::dom {
 namespace {
@@ -170,22 +175,86 @@ void AppendEscapedAttribute(const xmlChar* text, std::string& out) {
   }
 }
 
-void Dump(xmlOutputBufferPtr buffer, xmlNodePtr node) {
-  if (node->type == XML_ELEMENT_NODE) {
-    std::vector<xmlNsPtr> missing;
-    if (HasKeptDeclarations(node) && !InDocumentTree(node)) {
-      missing = MissingDeclarations(node);
-    } else if (node->parent != nullptr && node->parent->type == XML_ELEMENT_NODE) {
-      missing = UsedAncestorDeclarations(node);
-    }
-    if (!missing.empty()) {
-      TemporaryDeclarations extra(node, missing);
-      xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
-      return;
-    }
+// The declarations a subtree needs written on its top element: those it
+// uses from outside it.
+std::vector<xmlNsPtr> ExtraDeclarations(xmlNodePtr node) {
+  if (node->type != XML_ELEMENT_NODE) return {};
+  if (HasKeptDeclarations(node) && !InDocumentTree(node)) return MissingDeclarations(node);
+  if (node->parent != nullptr && node->parent->type == XML_ELEMENT_NODE) {
+    return UsedAncestorDeclarations(node);
+  }
+  return {};
+}
+
+void EngineDump(xmlOutputBufferPtr buffer, xmlNodePtr node) {
+  const std::vector<xmlNsPtr> missing = ExtraDeclarations(node);
+  if (!missing.empty()) {
+    TemporaryDeclarations extra(node, missing);
+    xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
+    return;
   }
   xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
 }
+
+bool IsDocumentNode(const xmlNode* node) {
+  return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
+}
+
+// The engine's text of node into out's buffer; kFail when it reports a fault.
+int EngineXml(xmlNodePtr node, void*& buffer, std::string_view& view) {
+  QuietEngine quiet;
+  Output output(xmlAllocOutputBuffer(nullptr));
+  if (!output) throw std::bad_alloc();
+  if (IsDocumentNode(node)) {
+    bool first = true;
+    for (xmlNodePtr child = FirstChild(node); child != nullptr; child = NextVisible(child)) {
+      if (!first) xmlOutputBufferWrite(output.get(), 1, "\n");
+      first = false;
+      EngineDump(output.get(), child);
+    }
+  } else {
+    EngineDump(output.get(), node);
+  }
+  if (output->error == XML_ERR_NO_MEMORY) throw std::bad_alloc();
+  if (output->error != 0) return kFail;
+  const char* text = C(xmlOutputBufferGetContent(output.get()));
+  size_t size = xmlOutputBufferGetSize(output.get());
+  if (text == nullptr) {
+    text = "";
+    size = 0;
+  }
+  view = std::string_view(text, size);
+  buffer = output.release();
+  return kOk;
+}
+
+// Our text of node, appended to text; false when the engine must write it.
+bool OwnXml(xmlNodePtr node, std::string& text) {
+  if (!IsDocumentNode(node)) return WriteXml(node, ExtraDeclarations(node), text);
+  bool first = true;
+  for (xmlNodePtr child = FirstChild(node); child != nullptr; child = NextVisible(child)) {
+    if (!first) text += '\n';
+    first = false;
+    if (!WriteXml(child, ExtraDeclarations(child), text)) return false;
+  }
+  return true;
+}
+
+#ifdef TREEKEEPER_ORACLE
+void CheckAgainstEngine(xmlNodePtr node, std::string_view own) {
+  void* buffer = nullptr;
+  std::string_view engine;
+  if (EngineXml(node, buffer, engine) != kOk) return;
+  const bool same = engine == own;
+  if (!same) {
+    std::fprintf(stderr, "serialiser differs from the engine\nours:   %.*s\nengine: %.*s\n",
+                 static_cast<int>(own.size()), own.data(), static_cast<int>(engine.size()),
+                 engine.data());
+  }
+  xmlOutputBufferClose(static_cast<xmlOutputBufferPtr>(buffer));
+  if (!same) std::abort();
+}
+#endif
 
 }  // namespace
 
@@ -216,34 +285,38 @@ int Node::get_xml(XmlText& out) const {
     out.m_view = out.m_own;
     return kOk;
   }
-  QuietEngine quiet;
-  Output buffer(xmlAllocOutputBuffer(nullptr));
-  if (!buffer) throw std::bad_alloc();
-  if (m_node->type == XML_DOCUMENT_NODE || m_node->type == XML_HTML_DOCUMENT_NODE) {
-    bool first = true;
-    for (xmlNodePtr child = FirstChild(m_node); child != nullptr; child = NextVisible(child)) {
-      if (!first) xmlOutputBufferWrite(buffer.get(), 1, "\n");
-      first = false;
-      Dump(buffer.get(), child);
-    }
+  std::string_view text;
+  if (OwnXml(m_node, out.m_own)) {
+    text = out.m_own;
+#ifdef TREEKEEPER_ORACLE
+    CheckAgainstEngine(m_node, text);
+#endif
   } else {
-    Dump(buffer.get(), m_node);
+    out.m_own.clear();
+    const int status = EngineXml(m_node, out.m_buffer, text);
+    if (status != kOk) return status;
   }
-  if (buffer->error == XML_ERR_NO_MEMORY) throw std::bad_alloc();
-  if (buffer->error != 0) return kFail;
-  const char* text = C(xmlOutputBufferGetContent(buffer.get()));
-  size_t size = xmlOutputBufferGetSize(buffer.get());
-  if (text == nullptr) {
-    text = "";
-    size = 0;
+  if (m_node->type == XML_ATTRIBUTE_NODE && !text.empty() && text[0] == ' ') {
+    text.remove_prefix(1);  // an attribute is written with its separating blank
   }
-  if (m_node->type == XML_ATTRIBUTE_NODE && size > 0 && text[0] == ' ') {
-    ++text;  // the serialiser writes an attribute with its separating blank
-    --size;
-  }
-  out.m_view = std::string_view(text, size);
-  out.m_buffer = buffer.release();
+  out.m_view = text;
   return kOk;
 }
+
+namespace testing {
+int EngineXml(const Node& node, std::string& out) {
+  xmlNodePtr raw = NodeAccess::Raw(node);
+  if (raw == nullptr || NodeAccess::Ns(node) != nullptr) return kInvalidArg;
+  void* buffer = nullptr;
+  std::string_view text;
+  const int status = dom::EngineXml(raw, buffer, text);
+  if (status == kOk) {
+    if (raw->type == XML_ATTRIBUTE_NODE && !text.empty() && text[0] == ' ') text.remove_prefix(1);
+    out.assign(text);
+    xmlOutputBufferClose(static_cast<xmlOutputBufferPtr>(buffer));
+  }
+  return status;
+}
+}  // namespace testing
 
 }  // namespace tk::dom

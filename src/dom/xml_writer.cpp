@@ -1,0 +1,314 @@
+#include "dom/xml_writer.h"
+
+#include <libxml/HTMLtree.h>
+#include <libxml/chvalid.h>
+#include <libxml/parserInternals.h>
+
+#include <array>
+#include <cstring>
+
+namespace tk::dom {
+namespace {
+
+// Which bytes need an escape, in text (1) and in attribute values (2).
+constexpr std::array<unsigned char, 256> MakeEscapes() {
+  std::array<unsigned char, 256> table{};
+  for (unsigned char c : {'&', '<', '>', '\r'}) table[c] |= 1;
+  for (unsigned char c : {'&', '<', '>', '"', '\t', '\n', '\r'}) table[c] |= 2;
+  return table;
+}
+constexpr std::array<unsigned char, 256> kEscapes = MakeEscapes();
+
+const char* Escape(unsigned char c) {
+  switch (c) {
+    case '&': return "&amp;";
+    case '<': return "&lt;";
+    case '>': return "&gt;";
+    case '"': return "&quot;";
+    case '\t': return "&#9;";
+    case '\n': return "&#10;";
+    default: return "&#13;";
+  }
+}
+
+const char* Text(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
+
+class Writer {
+ public:
+  explicit Writer(std::string& out) : m_out(out) {}
+
+  bool subtree(const xmlNode* top, const std::vector<xmlNsPtr>& extra);
+
+ private:
+  void escaped(const xmlChar* text, unsigned char kind);
+  void hexReference(unsigned value);
+  void attributeValue(const xmlAttr* attr);
+  void attribute(const xmlAttr* attr);
+  void declaration(const xmlNs* ns);
+  void qualifiedName(const xmlNode* node);
+  void startTag(const xmlNode* element, const std::vector<xmlNsPtr>* extra);
+  void cdata(const xmlChar* text);
+
+  std::string& m_out;
+};
+
+void Writer::escaped(const xmlChar* text, unsigned char kind) {
+  const unsigned char* run = text;
+  const unsigned char* p = text;
+  while (true) {
+    while (*p != 0 && (kEscapes[*p] & kind) == 0) ++p;
+    m_out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+    if (*p == 0) return;
+    m_out += Escape(*p);
+    run = ++p;
+  }
+}
+
+void Writer::hexReference(unsigned value) {
+  char digits[8];
+  int count = 0;
+  do {
+    digits[count++] = "0123456789ABCDEF"[value & 0xF];
+    value >>= 4;
+  } while (value != 0);
+  m_out += "&#x";
+  while (count > 0) m_out += digits[--count];
+  m_out += ';';
+}
+
+// An attribute value's text. In a document that names no encoding, the
+// engine writes characters outside ASCII as references, and a byte that
+// starts no character it can read as a reference to that byte.
+void Writer::attributeValue(const xmlAttr* attr) {
+  for (const xmlNode* child = attr->children; child != nullptr; child = child->next) {
+    if (child->type == XML_ENTITY_REF_NODE) {
+      m_out += '&';
+      m_out += Text(child->name);
+      m_out += ';';
+      continue;
+    }
+    if (child->type != XML_TEXT_NODE || child->content == nullptr) continue;
+    const xmlDoc* doc = attr->doc;
+    if (doc != nullptr && doc->encoding != nullptr) {
+      escaped(child->content, 2);
+      continue;
+    }
+    const unsigned char* p = child->content;
+    const unsigned char* run = p;
+    while (*p != 0) {
+      if (*p < 0x80 || p[1] == 0) {
+        if ((kEscapes[*p] & 2) == 0) {
+          ++p;
+          continue;
+        }
+        m_out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+        m_out += Escape(*p);
+        run = ++p;
+        continue;
+      }
+      m_out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+      unsigned value = 0;
+      int length = 1;
+      if (*p < 0xC0) {
+        length = 1;
+      } else if (*p < 0xE0) {
+        value = ((p[0] & 0x1Fu) << 6) | (p[1] & 0x3Fu);
+        length = 2;
+      } else if (*p < 0xF0 && p[2] != 0) {
+        value = ((p[0] & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
+        length = 3;
+      } else if (*p < 0xF8 && p[2] != 0 && p[3] != 0) {
+        value = ((p[0] & 0x07u) << 18) | ((p[1] & 0x3Fu) << 12) | ((p[2] & 0x3Fu) << 6) |
+                (p[3] & 0x3Fu);
+        length = 4;
+      }
+      if (length == 1 || !xmlIsCharQ(value)) {
+        hexReference(*p);
+        ++p;
+      } else {
+        hexReference(value);
+        p += length;
+      }
+      run = p;
+    }
+    m_out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+  }
+}
+
+void Writer::attribute(const xmlAttr* attr) {
+  m_out += ' ';
+  if (attr->ns != nullptr && attr->ns->prefix != nullptr) {
+    m_out += Text(attr->ns->prefix);
+    m_out += ':';
+  }
+  m_out += Text(attr->name);
+  m_out += "=\"";
+  attributeValue(attr);
+  m_out += '"';
+}
+
+// A declaration as the engine writes it: the xml prefix never, a value in
+// double quotes unless it holds one (then in single quotes, or with &quot;
+// when it holds both).
+void Writer::declaration(const xmlNs* ns) {
+  if (ns->type != XML_NAMESPACE_DECL || ns->href == nullptr) return;
+  if (ns->prefix != nullptr && std::strcmp(Text(ns->prefix), "xml") == 0) return;
+  if (ns->prefix != nullptr) {
+    m_out += " xmlns:";
+    m_out += Text(ns->prefix);
+  } else {
+    m_out += " xmlns";
+  }
+  m_out += '=';
+  const char* href = Text(ns->href);
+  if (std::strchr(href, '"') == nullptr) {
+    m_out += '"';
+    m_out += href;
+    m_out += '"';
+  } else if (std::strchr(href, '\'') == nullptr) {
+    m_out += '\'';
+    m_out += href;
+    m_out += '\'';
+  } else {
+    m_out += '"';
+    for (const char* p = href; *p != 0; ++p) {
+      if (*p == '"') {
+        m_out += "&quot;";
+      } else {
+        m_out += *p;
+      }
+    }
+    m_out += '"';
+  }
+}
+
+void Writer::qualifiedName(const xmlNode* node) {
+  if (node->ns != nullptr && node->ns->prefix != nullptr) {
+    m_out += Text(node->ns->prefix);
+    m_out += ':';
+  }
+  m_out += Text(node->name);
+}
+
+void Writer::startTag(const xmlNode* element, const std::vector<xmlNsPtr>* extra) {
+  m_out += '<';
+  qualifiedName(element);
+  if (extra != nullptr) {
+    for (const xmlNs* ns : *extra) declaration(ns);
+  }
+  for (const xmlNs* ns = element->nsDef; ns != nullptr; ns = ns->next) declaration(ns);
+  for (const xmlAttr* attr = element->properties; attr != nullptr; attr = attr->next) {
+    attribute(attr);
+  }
+}
+
+// "]]>" can't stand inside a section: the engine ends the section after
+// "]]" and starts the next one with ">".
+void Writer::cdata(const xmlChar* text) {
+  if (text == nullptr || *text == 0) {
+    m_out += "<![CDATA[]]>";
+    return;
+  }
+  const char* start = Text(text);
+  const char* end = start;
+  while (*end != 0) {
+    if (end[0] == ']' && end[1] == ']' && end[2] == '>') {
+      end += 2;
+      m_out += "<![CDATA[";
+      m_out.append(start, static_cast<size_t>(end - start));
+      m_out += "]]>";
+      start = end;
+    }
+    ++end;
+  }
+  if (start != end) {
+    m_out += "<![CDATA[";
+    m_out.append(start, static_cast<size_t>(end - start));
+    m_out += "]]>";
+  }
+}
+
+bool Writer::subtree(const xmlNode* top, const std::vector<xmlNsPtr>& extra) {
+  const xmlNode* node = top;
+  while (true) {
+    switch (node->type) {
+      case XML_ELEMENT_NODE:
+        startTag(node, node == top ? &extra : nullptr);
+        if (node->children != nullptr) {
+          m_out += '>';
+          node = node->children;
+          continue;
+        }
+        m_out += "/>";
+        break;
+      case XML_TEXT_NODE:
+        if (node->content == nullptr) break;
+        if (node->name == xmlStringTextNoenc) {
+          m_out += Text(node->content);  // a transformation asked for it unescaped
+        } else {
+          escaped(node->content, 1);
+        }
+        break;
+      case XML_CDATA_SECTION_NODE:
+        cdata(node->content);
+        break;
+      case XML_COMMENT_NODE:
+        if (node->content == nullptr) break;
+        m_out += "<!--";
+        m_out += Text(node->content);
+        m_out += "-->";
+        break;
+      case XML_PI_NODE:
+        m_out += "<?";
+        m_out += Text(node->name);
+        if (node->content != nullptr) {
+          m_out += ' ';
+          m_out += Text(node->content);
+        }
+        m_out += "?>";
+        break;
+      case XML_ENTITY_REF_NODE:
+        m_out += '&';
+        m_out += Text(node->name);
+        m_out += ';';
+        break;
+      case XML_ATTRIBUTE_NODE:
+        if (node != top) return false;
+        attribute(reinterpret_cast<const xmlAttr*>(node));
+        break;
+      default:
+        return false;
+    }
+    while (true) {
+      if (node == top) return true;
+      if (node->next != nullptr) {
+        node = node->next;
+        break;
+      }
+      node = node->parent;
+      m_out += "</";
+      qualifiedName(node);
+      m_out += '>';
+    }
+  }
+}
+
+// The engine writes the nodes of a document whose type names an XHTML DTD
+// by rules of its own.
+bool WrittenAsXhtml(const xmlNode* node) {
+  xmlDtdPtr dtd = node->doc != nullptr ? xmlGetIntSubset(node->doc) : nullptr;
+  return dtd != nullptr && xmlIsXHTML(dtd->SystemID, dtd->ExternalID) > 0;
+}
+
+}  // namespace
+
+bool WriteXml(const xmlNode* top, const std::vector<xmlNsPtr>& extra, std::string& out) {
+  if (WrittenAsXhtml(top)) return false;
+  const size_t before = out.size();
+  Writer writer(out);
+  if (writer.subtree(top, extra)) return true;
+  out.resize(before);
+  return false;
+}
+
+}  // namespace tk::dom

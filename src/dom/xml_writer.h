@@ -1,0 +1,27 @@
+// The library's own serialiser: a node and its subtree as UTF-8 XML text,
+// written in one pass into one string.
+//
+// It writes what the engine's serialiser writes for the same tree, byte for
+// byte, with no declaration, no layout and UTF-8 kept as it is: empty
+// elements as <a/>, attributes in double quotes, declarations before
+// attributes, "]]>" inside CDATA split across two sections, and the engine's
+// escapes in text (& < > CR) and in attribute values (& < > " TAB LF CR).
+// Trees it does not cover, which are rare, are left to the engine: nodes of
+// kinds our trees hold only in a document type, and documents that declare
+// an XHTML document type (the engine writes those in a style of their own).
+#pragma once
+
+#include <libxml/tree.h>
+
+#include <string>
+#include <vector>
+
+namespace tk::dom {
+
+// Appends top (an element, text, CDATA, comment, processing instruction,
+// entity reference or attribute) and its subtree to out. extra are
+// declarations written on top, before its own. False, with out as it was,
+// when the tree is one the engine must write.
+bool WriteXml(const xmlNode* top, const std::vector<xmlNsPtr>& extra, std::string& out);
+
+}  // namespace tk::dom
