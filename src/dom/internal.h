@@ -96,6 +96,10 @@ struct DocBlock {
   static constexpr int kHints = 8;
   ChildHint hints[kHints];
   uint64_t hintClock = 0;
+  // The length of the last text written of the whole document (its element
+  // or the document node): the next one is most likely about as long, so its
+  // string is made that large at once instead of grown step by step.
+  size_t lastWholeText = 0;
 };
 
 // Makes (or finds) the control block of a document.
