@@ -15,6 +15,8 @@
 // one handle and closes it when the last copy goes: copies share the handle.
 // An Element keeps its instance alive, so it may outlive its Document; the
 // instance is deleted with the last of them, on whichever thread that is.
+// native() and handle() lead to the handle interface; don't end through it
+// the handles that Elements hold (CloseElement, CloseAllElements, imports).
 //
 // Paths are "/"-separated element names below the element they are given to
 // (below the root for a Document); each step goes to the first child of that
@@ -386,11 +388,12 @@ struct WriteForm {
 template <class V>
 WriteForm ToWrite(const V& value) {
   WriteForm form;
-  if constexpr (std::is_same_v<V, bool>) {
-    static_assert(!std::is_same_v<V, bool>, "write a bool as text or as a number");
+  if constexpr (std::is_same_v<V, bool> || std::is_same_v<V, char>) {
+    static_assert(!std::is_same_v<V, V>, "write a bool or a char as text or as a number");
   } else if constexpr (std::is_integral_v<V>) {
     form.type = TK_VALUE_NUMBER;
-    form.inRange = value >= 0 && static_cast<std::make_unsigned_t<V>>(value) <= UINT32_MAX;
+    if constexpr (std::is_signed_v<V>) form.inRange = value >= 0;
+    form.inRange = form.inRange && static_cast<std::make_unsigned_t<V>>(value) <= UINT32_MAX;
     form.number = static_cast<uint32_t>(value);
     form.size = sizeof form.number;
   } else if constexpr (std::is_same_v<V, Bytes>) {
@@ -808,21 +811,21 @@ class Children::iterator {
 
  private:
   friend class Children;
-  iterator(std::shared_ptr<detail::Handle> parent, const std::optional<std::string>* name)
-      : m_parent(std::move(parent)), m_name(name) {
+  iterator(std::shared_ptr<detail::Handle> parent, std::optional<std::string> name)
+      : m_parent(std::move(parent)), m_name(std::move(name)) {
     if (!m_parent) return;
     // The count first: the positional form needs it to skip other nodes.
     unsigned count = 0;
     const int rc = Enum(&count, nullptr);
-    if (rc == 0 || (rc == -110 && !*m_name)) m_count = count;
+    if (rc == 0 || (rc == -110 && !m_name)) m_count = count;
     else if (rc != -109) Fail(rc);  // -109: no child nodes
     advance();
   }
   // The positional form counts every child node; the other, those of the name.
   int Enum(unsigned* index, unsigned* opened) const {
     ITreeKeeper* tk = m_parent->instance.get();
-    return *m_name ? tk->EnumElement(m_parent->id, nullptr, (*m_name)->c_str(), index, opened)
-                   : tk->EnumElement(m_parent->id, nullptr, index, opened);
+    return m_name ? tk->EnumElement(m_parent->id, nullptr, m_name->c_str(), index, opened)
+                  : tk->EnumElement(m_parent->id, nullptr, index, opened);
   }
   bool done() const { return !m_parent || m_index >= m_count; }
   // Opens the element at m_index or after it; the previous one is let go first.
@@ -848,13 +851,13 @@ class Children::iterator {
   }
 
   std::shared_ptr<detail::Handle> m_parent;
-  const std::optional<std::string>* m_name = nullptr;
+  std::optional<std::string> m_name;
   unsigned m_index = 0;
   unsigned m_count = 0;
   Element m_current;
 };
 
-inline Children::iterator Children::begin() const { return iterator(m_parent, &m_name); }
+inline Children::iterator Children::begin() const { return iterator(m_parent, m_name); }
 inline Children::iterator Children::end() const { return iterator(); }
 
 class Attributes::iterator {
@@ -950,6 +953,7 @@ class Document {
   void save(std::string_view path) const { detail::Unwrap(try_save(path)); }
   Status try_save(std::string_view path) const {
     const std::string context = detail::Quoted("save", path);
+    if (!m_root) return Status(-6, context, "moved-from document");
     detail::Begin();
     const int rc = native()->ExportToFile(detail::CStr(path).always());
     return rc == 0 ? Status() : detail::Failed(rc, context);
@@ -959,13 +963,14 @@ class Document {
   // the root may be open: any other Element still held makes it fail.
   void transform(std::string_view stylesheet) { detail::Unwrap(try_transform(stylesheet)); }
   Status try_transform(std::string_view stylesheet) {
+    if (!m_root) return Status(-6, "transform", "moved-from document");
     detail::Begin();
     const int rc = TkXslt(native())->ApplyXSLT(detail::CStr(stylesheet).always(), 0);
     return rc == 0 ? Status() : detail::Failed(rc, "transform");
   }
   // What each later transform may spend (0 lifts a bound).
   void set_xslt_budget(uint32_t milliseconds, uint64_t bytes) {
-    TkXsltBudget(native())->SetXsltBudget(milliseconds, bytes);
+    if (m_root) TkXsltBudget(native())->SetXsltBudget(milliseconds, bytes);
   }
 
   Element child(std::string_view path) const { return m_root.child(path); }
