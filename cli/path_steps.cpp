@@ -33,8 +33,9 @@ std::vector<std::string> Components(const std::string& path) {
 }
 
 [[noreturn]] void Malformed(const std::string& path, const std::string& part) {
-  throw CliError(kUsage, "'" + path + "': '" + part +
-                             "' is no step: use name, name[N], name[last()] or "
+  const std::string where = path == part ? "" : "'" + path + "': ";
+  throw CliError(kUsage, where + "'" + part +
+                             "' is no step: use name, name[N] (from 1), name[last()] or "
                              "name[@attribute='value']");
 }
 
