@@ -92,6 +92,10 @@ std::string Document::SourceBytes(const ElementChain& chain) {
 
 std::string Document::EditedBytes() {
   const std::string bytes = SourceBytes({});
+  // The check below loads a second document: the memory of the first one's
+  // text goes to it.
+  m_source.reset();
+  std::string().swap(m_bytes);
   const auto failed = [&](const std::string& why) {
     return CliError(kFailed, m_name + ": " + why +
                                  "; nothing was written (--rewrite writes the whole document)");
@@ -103,8 +107,7 @@ std::string Document::EditedBytes() {
     throw failed("the edited file would not read back (" + std::string(error.what()) + ")");
   }
   const auto content = [](const Document& document) {
-    return SourceTree(document.Render(kRootHandle, false))
-        .Write(SourceTree::Form::kWithoutLayout);
+    return WithoutLayout(document.Render(kRootHandle, false));
   };
   if (content(check) != content(*this)) {
     throw failed("the edit can't be made in the file's own text without changing more");

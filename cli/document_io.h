@@ -58,7 +58,8 @@ class Document {
   std::string SourceBytes(const ElementChain& chain);
   // The kept bytes with the edits made in Source(), once the library has
   // read them back as the same document as it holds after its own edits
-  // (white space alone between tags aside). Status 5 if it doesn't.
+  // (white space alone between tags aside). Status 5 if it doesn't. The
+  // kept bytes and Source() end here.
   std::string EditedBytes();
 
  private:

@@ -1,5 +1,7 @@
 #include "source_tree.h"
 
+#include <algorithm>
+#include <deque>
 #include <optional>
 
 #include "errors.h"
@@ -78,30 +80,49 @@ struct SourceTree::Node {
     std::string_view value;   // as written between the quotes
   };
 
-  explicit Node(Kind k, Node* parent = nullptr) : kind(k), up(parent) {}
   bool IsBlankText() const { return kind == Kind::kText && IsBlank(raw); }
 
-  Kind kind;
-  Node* up;
+  Kind kind = Kind::kOther;
+  Node* up = nullptr;
   std::string_view raw;  // all but elements and the document: their bytes
   std::string_view name;
   std::vector<Attribute> attributes;
   std::string_view tagEnd;  // what closes the start tag: white space, ">" or "/>"
   bool empty = false;       // the element is one empty tag
-  std::vector<std::unique_ptr<Node>> children;
+  std::vector<Node*> children;
   std::string_view endTag;
 };
 
 using Kind = SourceTree::Node::Kind;
 
+// Nodes are made in blocks: a document has about as many as it has tags.
+struct SourceTree::Store {
+  static constexpr size_t kBlock = 4096;
+  std::vector<std::unique_ptr<Node[]>> blocks;
+  size_t used = kBlock;
+  std::deque<std::string> owned;
+};
+
+SourceTree::Node* SourceTree::NewNode(int kind, Node* up) {
+  Store& store = *m_store;
+  if (store.used == Store::kBlock) {
+    store.blocks.push_back(std::make_unique<Node[]>(Store::kBlock));
+    store.used = 0;
+  }
+  Node* node = &store.blocks.back()[store.used++];
+  node->kind = static_cast<Kind>(kind);
+  node->up = up;
+  return node;
+}
+
 // Reads well-formed XML into nodes; anything it can't follow ends the
 // command with status 5 rather than guess.
 class SourceTree::Scanner {
  public:
-  explicit Scanner(std::string_view text) : m_text(text) {}
+  Scanner(std::string_view text, SourceTree& tree) : m_text(text), m_tree(tree) {}
 
-  std::unique_ptr<Node> Document(Node*& root) {
-    auto document = std::make_unique<Node>(Kind::kDocument);
+  Node* Document(Node*& root) {
+    Node* document = m_tree.NewNode(static_cast<int>(Kind::kDocument), nullptr);
     size_t markupEnd = 0;
     for (;;) {
       SkipSpace();
@@ -119,8 +140,8 @@ class SourceTree::Scanner {
     if (!At("<")) Fail();
     Add(*document, Kind::kOther, 0, markupEnd);
     Add(*document, Kind::kText, markupEnd, m_pos);
-    document->children.push_back(Element(document.get(), 0));
-    root = document->children.back().get();
+    document->children.push_back(Element(document, 0));
+    root = document->children.back();
     const size_t rootEnd = m_pos;
     SkipSpace();
     Add(*document, Kind::kText, rootEnd, m_pos);
@@ -153,9 +174,9 @@ class SourceTree::Scanner {
   std::string_view From(size_t begin) const { return m_text.substr(begin, m_pos - begin); }
   void Add(Node& parent, Kind kind, size_t begin, size_t end) {
     if (end <= begin) return;
-    auto node = std::make_unique<Node>(kind, &parent);
+    Node* node = m_tree.NewNode(static_cast<int>(kind), &parent);
     node->raw = m_text.substr(begin, end - begin);
-    parent.children.push_back(std::move(node));
+    parent.children.push_back(node);
   }
   std::string_view Name() {
     const size_t begin = m_pos;
@@ -189,9 +210,9 @@ class SourceTree::Scanner {
     Fail();
   }
 
-  std::unique_ptr<Node> Element(Node* up, size_t depth) {
+  Node* Element(Node* up, size_t depth) {
     if (depth > kMaxDepth) Fail();
-    auto element = std::make_unique<Node>(Kind::kElement, up);
+    Node* element = m_tree.NewNode(static_cast<int>(Kind::kElement), up);
     ++m_pos;  // '<'
     element->name = Name();
     for (;;) {
@@ -238,7 +259,7 @@ class SourceTree::Scanner {
         SkipPast("?>");
         Add(*element, Kind::kOther, begin, m_pos);
       } else if (Here() == '<') {
-        element->children.push_back(Element(element.get(), depth + 1));
+        element->children.push_back(Element(element, depth + 1));
       } else {
         m_pos = m_text.find('<', m_pos);
         if (m_pos == std::string_view::npos) Fail();
@@ -248,6 +269,7 @@ class SourceTree::Scanner {
   }
 
   std::string_view m_text;
+  SourceTree& m_tree;
   size_t m_pos = 0;
 };
 
@@ -258,7 +280,7 @@ using Node = SourceTree::Node;
 size_t IndexOf(const Node* node) {
   const auto& siblings = node->up->children;
   for (size_t i = 0; i < siblings.size(); ++i) {
-    if (siblings[i].get() == node) return i;
+    if (siblings[i] == node) return i;
   }
   return siblings.size();
 }
@@ -285,12 +307,12 @@ std::optional<std::string_view> FindIndentStep(const Node* element) {
   for (const auto& child : element->children) {
     if (child->kind != Kind::kElement) continue;
     if (outer) {
-      const auto inner = LineIndent(child.get());
+      const auto inner = LineIndent(child);
       if (inner && inner->size() > outer->size() && inner->substr(0, outer->size()) == *outer) {
         return inner->substr(outer->size());
       }
     }
-    if (const auto step = FindIndentStep(child.get())) return step;
+    if (const auto step = FindIndentStep(child)) return step;
   }
   return std::nullopt;
 }
@@ -299,7 +321,7 @@ char FindQuote(const Node* element) {
   if (!element->attributes.empty()) return element->attributes.front().quote;
   for (const auto& child : element->children) {
     if (child->kind == Kind::kElement) {
-      const char quote = FindQuote(child.get());
+      const char quote = FindQuote(child);
       if (quote != 0) return quote;
     }
   }
@@ -308,13 +330,73 @@ char FindQuote(const Node* element) {
 
 }  // namespace
 
-SourceTree::SourceTree(std::string text) : m_text(std::move(text)) {
-  m_document = Scanner(m_text).Document(m_root);
+std::string WithoutLayout(std::string_view xml) {
+  std::string out;
+  out.reserve(xml.size());
+  bool afterStartTag = false;  // nothing but white space since a start tag
+  const auto past = [&](size_t pos, std::string_view terminator) {
+    const size_t end = xml.find(terminator, pos);
+    return end == std::string_view::npos ? xml.size() : end + terminator.size();
+  };
+  for (size_t pos = 0; pos < xml.size();) {
+    size_t end;
+    if (xml[pos] != '<') {
+      end = std::min(xml.find('<', pos), xml.size());
+      if (IsBlank(xml.substr(pos, end - pos))) {
+        pos = end;
+        continue;
+      }
+    } else if (xml.compare(pos, 2, "</") == 0) {
+      end = past(pos, ">");
+      if (afterStartTag) {
+        out.back() = '/';
+        out += '>';
+        afterStartTag = false;
+        pos = end;
+        continue;
+      }
+    } else if (xml.compare(pos, 4, "<!--") == 0) {
+      end = past(pos, "-->");
+    } else if (xml.compare(pos, 9, "<![CDATA[") == 0) {
+      end = past(pos, "]]>");
+    } else if (xml.compare(pos, 2, "<?") == 0) {
+      end = past(pos, "?>");
+    } else {
+      // A start tag: '>' inside quoted values doesn't end it.
+      char quote = 0;
+      for (end = pos + 1; end < xml.size(); ++end) {
+        const char c = xml[end];
+        if (quote != 0) {
+          if (c == quote) quote = 0;
+        } else if (c == '"' || c == '\'') {
+          quote = c;
+        } else if (c == '>') {
+          break;
+        }
+      }
+      end = std::min(end + 1, xml.size());
+      out.append(xml.substr(pos, end - pos));
+      afterStartTag = xml[end - 2] != '/';
+      pos = end;
+      continue;
+    }
+    out.append(xml.substr(pos, end - pos));
+    afterStartTag = false;
+    pos = end;
+  }
+  return out;
+}
+
+SourceTree::SourceTree(std::string text)
+    : m_text(std::move(text)), m_store(std::make_unique<Store>()) {
+  m_document = Scanner(m_text, *this).Document(m_root);
 }
 
 SourceTree::~SourceTree() = default;
 
-std::string_view SourceTree::Own(std::string text) { return m_owned.emplace_back(std::move(text)); }
+std::string_view SourceTree::Own(std::string text) {
+  return m_store->owned.emplace_back(std::move(text));
+}
 
 std::string_view SourceTree::LineEnd() const {
   const size_t lineBreak = m_text.find('\n');
@@ -335,9 +417,9 @@ SourceTree::Node* SourceTree::Find(const ElementChain& chain) const {
     for (const auto& child : current->children) {
       if (child->kind != Kind::kElement || child->name != link.name) continue;
       if (link.ordinal == ChildLink::kLastOrdinal) {
-        found = child.get();
+        found = child;
       } else if (seen++ == link.ordinal) {
-        found = child.get();
+        found = child;
         break;
       }
     }
@@ -351,7 +433,7 @@ void SourceTree::WriteNode(const Node& node, Form form, std::string_view lineEnd
                            std::string& out) const {
   if (node.kind == Kind::kDocument) {
     for (const auto& child : node.children) {
-      if (form != Form::kAsHeld && child->IsBlankText()) continue;
+      if (form == Form::kIndented && child->IsBlankText()) continue;
       WriteNode(*child, form, lineEnd, depth, out);
       if (form == Form::kIndented) out += lineEnd;
     }
@@ -366,20 +448,6 @@ void SourceTree::WriteNode(const Node& node, Form form, std::string_view lineEnd
   for (const Node::Attribute& attribute : node.attributes) {
     out.append(attribute.lead).append(attribute.name).append(attribute.equals);
     out.append(1, attribute.quote).append(attribute.value).append(1, attribute.quote);
-  }
-  if (form == Form::kWithoutLayout) {
-    bool content = false;
-    for (const auto& child : node.children) content = content || !child->IsBlankText();
-    if (!content) {
-      out += "/>";
-      return;
-    }
-    out += '>';
-    for (const auto& child : node.children) {
-      if (!child->IsBlankText()) WriteNode(*child, form, lineEnd, depth + 1, out);
-    }
-    out.append("</").append(node.name).append(">");
-    return;
   }
   out += node.tagEnd;
   if (node.empty) return;
@@ -417,7 +485,7 @@ void SourceTree::Expand(Node* element) {
   element->empty = false;
 }
 
-void SourceTree::InsertChild(Node* parent, std::unique_ptr<Node> child) {
+void SourceTree::InsertChild(Node* parent, Node* child) {
   child->up = parent;
   auto& children = parent->children;
   bool mixed = false;
@@ -435,18 +503,18 @@ void SourceTree::InsertChild(Node* parent, std::unique_ptr<Node> child) {
   if (!mixed && markup) {
     for (size_t i = children.size(); i-- > 0 && !indent;) {
       if (children[i]->kind == Kind::kText) continue;
-      if (const auto found = LineIndent(children[i].get())) indent = std::string(*found);
+      if (const auto found = LineIndent(children[i])) indent = std::string(*found);
     }
   } else if (!mixed && parentIndent && m_text.find('\n') != std::string::npos) {
     indent = std::string(*parentIndent) + std::string(IndentStep());
   }
   Expand(parent);
   if (!indent) {
-    children.push_back(std::move(child));
+    children.push_back(child);
     return;
   }
   const auto blank = [&](std::string_view indentation) {
-    auto node = std::make_unique<Node>(Kind::kText, parent);
+    Node* node = NewNode(static_cast<int>(Kind::kText), parent);
     node->raw = Own(std::string(LineEnd()) + std::string(indentation));
     return node;
   };
@@ -455,27 +523,26 @@ void SourceTree::InsertChild(Node* parent, std::unique_ptr<Node> child) {
     // and the parent's end tag on the next.
     children.clear();
     children.push_back(blank(*indent));
-    children.push_back(std::move(child));
+    children.push_back(child);
     children.push_back(blank(parentIndent.value_or("")));
     return;
   }
   auto at = children.end();
   if (children.back()->IsBlankText()) --at;
   at = children.insert(at, blank(*indent));
-  children.insert(at + 1, std::move(child));
+  children.insert(at + 1, child);
 }
 
 bool SourceTree::AddElements(const ElementChain& chain, const std::vector<std::string>& names) {
   Node* parent = Find(chain);
   if (parent == nullptr) return false;
   for (const std::string& name : names) {
-    auto element = std::make_unique<Node>(Kind::kElement);
+    Node* element = NewNode(static_cast<int>(Kind::kElement), nullptr);
     element->name = Own(name);
     element->tagEnd = "/>";
     element->empty = true;
-    Node* made = element.get();
-    InsertChild(parent, std::move(element));
-    parent = made;
+    InsertChild(parent, element);
+    parent = element;
   }
   return true;
 }
@@ -497,9 +564,9 @@ bool SourceTree::SetText(const ElementChain& chain, std::string_view value) {
   if (!children.empty() && children.back()->IsBlankText()) {
     children.back()->raw = text;
   } else {
-    auto node = std::make_unique<Node>(Kind::kText, element);
+    Node* node = NewNode(static_cast<int>(Kind::kText), element);
     node->raw = text;
-    children.push_back(std::move(node));
+    children.push_back(node);
   }
   return true;
 }
@@ -518,11 +585,11 @@ bool SourceTree::SetCData(const ElementChain& chain, std::string_view value) {
   }
   Expand(element);
   auto& children = element->children;
-  auto node = std::make_unique<Node>(Kind::kCData, element);
+  Node* node = NewNode(static_cast<int>(Kind::kCData), element);
   node->raw = Own(std::move(section));
   auto at = children.end();
   if (!children.empty() && children.back()->IsBlankText()) --at;
-  children.insert(at, std::move(node));
+  children.insert(at, node);
   return true;
 }
 
@@ -571,8 +638,8 @@ bool SourceTree::RemoveElement(const ElementChain& chain) {
   if (element == nullptr || element == m_root) return false;
   auto& siblings = element->up->children;
   const size_t index = IndexOf(element);
-  Node* before = index > 0 ? siblings[index - 1].get() : nullptr;
-  Node* after = index + 1 < siblings.size() ? siblings[index + 1].get() : nullptr;
+  Node* before = index > 0 ? siblings[index - 1] : nullptr;
+  Node* after = index + 1 < siblings.size() ? siblings[index + 1] : nullptr;
   if (before != nullptr && after != nullptr && before->IsBlankText() && after->IsBlankText()) {
     // Alone on its line(s): the indentation before it and the line end
     // after it go too.

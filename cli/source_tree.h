@@ -6,7 +6,6 @@
 // document the library has found well-formed.
 #pragma once
 
-#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -24,13 +23,16 @@ struct ChildLink {
 // The way from the root to an element; empty for the root itself.
 using ElementChain = std::vector<ChildLink>;
 
+// Well-formed XML without its layout: text of white space alone left out,
+// and an element left with no content written as one empty tag. Two
+// documents that hold the same, laid out differently, come out the same.
+std::string WithoutLayout(std::string_view xml);
+
 class SourceTree {
  public:
-  // How the tree is written out: as it holds the document; with white-space
-  // text left out and elements without content as one empty tag (for
-  // comparing two documents by what they hold); or indented by two spaces,
-  // one element a line where no text stands beside the elements.
-  enum class Form { kAsHeld, kWithoutLayout, kIndented };
+  // How the tree is written out: as it holds the document, or indented by
+  // two spaces, one element a line where no text stands beside the elements.
+  enum class Form { kAsHeld, kIndented };
 
   explicit SourceTree(std::string text);
   ~SourceTree();
@@ -67,14 +69,17 @@ class SourceTree {
   std::string_view Own(std::string text);
   std::string_view LineEnd() const;
   std::string_view IndentStep() const;
-  void InsertChild(Node* parent, std::unique_ptr<Node> child);
+  void InsertChild(Node* parent, Node* child);
   void Expand(Node* element);
   void WriteNode(const Node& node, Form form, std::string_view lineEnd, size_t depth,
                  std::string& out) const;
 
+  Node* NewNode(int kind, Node* up);
+
+  struct Store;  // every node, and the text of edits
   std::string m_text;
-  std::deque<std::string> m_owned;  // the text of edits
-  std::unique_ptr<Node> m_document;  // the root and the markup around it
+  std::unique_ptr<Store> m_store;
+  Node* m_document = nullptr;  // the root and the markup around it
   Node* m_root = nullptr;
 };
 
