@@ -78,7 +78,13 @@ void Document::LoadKeepingBytes(const std::string& file) {
 SourceTree* Document::Source() {
   if (m_source == nullptr && !m_bytes.empty()) {
     m_encoding = std::make_unique<FileEncoding>(m_bytes);
-    m_source = std::make_unique<SourceTree>(m_encoding->Decode(m_bytes, m_name));
+    std::string text = m_encoding->Decode(m_bytes, m_name);
+    try {
+      m_source = std::make_unique<SourceTree>(std::move(text));
+    } catch (const CliError& error) {
+      throw CliError(error.status(), m_name + ": " + error.what() +
+                                         " (--rewrite writes the whole document)");
+    }
   }
   return m_source.get();
 }

@@ -404,9 +404,12 @@ std::string_view SourceTree::LineEnd() const {
                                                                                          : "\n";
 }
 
-std::string_view SourceTree::IndentStep() const {
-  const auto step = FindIndentStep(m_root);
-  return step ? *step : "  ";
+std::string_view SourceTree::IndentStep() {
+  if (m_indentStep.empty()) {
+    const auto step = FindIndentStep(m_root);
+    m_indentStep = step ? *step : "  ";
+  }
+  return m_indentStep;
 }
 
 SourceTree::Node* SourceTree::Find(const ElementChain& chain) const {

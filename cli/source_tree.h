@@ -68,7 +68,7 @@ class SourceTree {
   Node* Find(const ElementChain& chain) const;
   std::string_view Own(std::string text);
   std::string_view LineEnd() const;
-  std::string_view IndentStep() const;
+  std::string_view IndentStep();
   void InsertChild(Node* parent, Node* child);
   void Expand(Node* element);
   void WriteNode(const Node& node, Form form, std::string_view lineEnd, size_t depth,
@@ -81,6 +81,7 @@ class SourceTree {
   std::unique_ptr<Store> m_store;
   Node* m_document = nullptr;  // the root and the markup around it
   Node* m_root = nullptr;
+  std::string m_indentStep;  // once it has been looked for
 };
 
 }  // namespace tkcli
