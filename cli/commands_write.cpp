@@ -45,7 +45,8 @@ void SetStep(Document& document, const SetArgs& args) {
     WriteValue(document, EnsureElement(scope, path, &chain, &made), path, target, value);
     SourceTree* source = document.Source();
     if (source == nullptr) continue;
-    const ElementChain parent(chain.begin(), chain.end() - static_cast<std::ptrdiff_t>(made.size()));
+    const ElementChain parent(chain.begin(),
+                              chain.end() - static_cast<std::ptrdiff_t>(made.size()));
     Mirrored(document, path, made.empty() || source->AddElements(parent, made));
     const std::string stored = StoredText(target, path, value);
     if (!target.attribute.empty()) {

@@ -97,7 +97,9 @@ size_t Sequence(std::string_view text, unsigned long& character) {
 }  // namespace
 
 FileEncoding::FileEncoding(std::string_view bytes) {
-  const auto starts = [&](std::string_view prefix) { return bytes.substr(0, prefix.size()) == prefix; };
+  const auto starts = [&](std::string_view prefix) {
+    return bytes.substr(0, prefix.size()) == prefix;
+  };
   if (starts("\xEF\xBB\xBF")) {
     m_mark = "\xEF\xBB\xBF";
   } else if (starts("\xFF\xFE")) {
@@ -138,7 +140,9 @@ std::string FileEncoding::Encode(std::string_view text) const {
   std::string bytes = m_mark;
   if (m_name.empty()) return bytes.append(text);
   Converter encoder(m_name, "UTF-8");
-  if (!encoder.ok()) throw CliError(kFailed, "the encoding '" + m_name + "' is unknown to the tool");
+  if (!encoder.ok()) {
+    throw CliError(kFailed, "the encoding '" + m_name + "' is unknown to the tool");
+  }
   while (!encoder.Convert(text, bytes)) {
     // A character the encoding can't hold is written as a reference,
     // itself in the encoding.

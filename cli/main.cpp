@@ -47,7 +47,8 @@ int main(int argc, char** argv) {
                "change; --rewrite writes the whole document as the library writes it.\nExit "
                "status: 0 done, 1 path or attribute not there, "
                "2 usage error, 3 input unreadable or not well-formed, 4 output not written, "
-               "5 other failure.",
+               "5 other failure (such as an edit the file's own text can't show: nothing is "
+               "written).",
                "treekeeper");
   app.fallthrough();  // the options below may also follow the command
   app.require_subcommand(1);

@@ -335,12 +335,14 @@ void RemoveElement(Document& document, const std::string& path, ElementChain* ch
       const std::vector<PathStep> steps = ParseSteps(path);
       if (way.back().ordinal == 0) {
         name = steps.back().name;
-        parent = steps.size() == 1 ? kRootHandle : RequireElement(scope, StepsText(path, steps.size() - 1));
+        parent = steps.size() == 1 ? kRootHandle
+                                   : RequireElement(scope, StepsText(path, steps.size() - 1));
       }
     } else {
       const std::vector<std::string> parts = Split(path);
       name = parts.back();
-      parent = parts.size() == 1 ? kRootHandle : RequireElement(scope, Join(parts, 0, parts.size() - 1));
+      parent = parts.size() == 1 ? kRootHandle
+                                 : RequireElement(scope, Join(parts, 0, parts.size() - 1));
     }
     if (name.empty() || name.size() > kMaxComponent) {
       rest = XmlWithout(scope, handle);

@@ -303,7 +303,8 @@ std::optional<std::string_view> LineIndent(const Node* node) {
 // The first step of indentation the document uses: what a child on a line
 // of its own has more than its parent on a line of its own.
 std::optional<std::string_view> FindIndentStep(const Node* element) {
-  const auto outer = element->up->kind == Kind::kDocument ? std::string_view() : LineIndent(element);
+  const auto outer =
+      element->up->kind == Kind::kDocument ? std::string_view() : LineIndent(element);
   for (const auto& child : element->children) {
     if (child->kind != Kind::kElement) continue;
     if (outer) {

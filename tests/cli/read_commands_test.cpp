@@ -54,11 +54,11 @@ TEST(ReadCommands, PrintWhatTheDocumentHolds) {
       {{"ls", "@", "net[@mode=\"dual\"]"}, "0 element host\n1 element port\n2 element key\n"
                                              "3 element port\n"},
       {{"cat", "@", "--keep"}, "file:config.xml"},
-      {{"cat", "@", "user", "--keep"}, "<user name=\"Zo\xC3\xAB\" id=\"42\" tag=\"c0ffee\">Zo\xC3\xAB "
-                                       "M\xC3\xBCller</user>"},
-      {{"cat", "@", "net", "--pretty"}, "<?xml version='1.0' encoding='UTF-8' ?>\n<net mode=\"dual\">\n"
-                                        "  <host>example.org</host>\n  <port>8080</port>\n"
-                                        "  <key>0aFF</key>\n  <port>9090</port>\n</net>\n"},
+      {{"cat", "@", "user", "--keep"},
+       "<user name=\"Zo\xC3\xAB\" id=\"42\" tag=\"c0ffee\">Zo\xC3\xAB M\xC3\xBCller</user>"},
+      {{"cat", "@", "net", "--pretty"},
+       "<?xml version='1.0' encoding='UTF-8' ?>\n<net mode=\"dual\">\n  <host>example.org</host>\n"
+       "  <port>8080</port>\n  <key>0aFF</key>\n  <port>9090</port>\n</net>\n"},
   };
   for (const ReadCase& c : cases) {
     const ToolRun run = RunTool(WithConfig(c.args));
