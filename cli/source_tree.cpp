@@ -391,6 +391,7 @@ std::string WithoutLayout(std::string_view xml) {
 SourceTree::SourceTree(std::string text)
     : m_text(std::move(text)), m_store(std::make_unique<Store>()) {
   m_document = Scanner(m_text, *this).Document(m_root);
+  m_lineBreak = m_text.find('\n');
 }
 
 SourceTree::~SourceTree() = default;
@@ -400,9 +401,9 @@ std::string_view SourceTree::Own(std::string text) {
 }
 
 std::string_view SourceTree::LineEnd() const {
-  const size_t lineBreak = m_text.find('\n');
-  return lineBreak != std::string::npos && lineBreak > 0 && m_text[lineBreak - 1] == '\r' ? "\r\n"
-                                                                                         : "\n";
+  return m_lineBreak != std::string::npos && m_lineBreak > 0 && m_text[m_lineBreak - 1] == '\r'
+             ? "\r\n"
+             : "\n";
 }
 
 std::string_view SourceTree::IndentStep() {
@@ -416,6 +417,19 @@ std::string_view SourceTree::IndentStep() {
 SourceTree::Node* SourceTree::Find(const ElementChain& chain) const {
   Node* current = m_root;
   for (const ChildLink& link : chain) {
+    // The n-th child of a name stays the same while elements are only
+    // added (always after the others), so it is looked for once.
+    std::string key(reinterpret_cast<const char*>(&current), sizeof current);
+    key.append(reinterpret_cast<const char*>(&link.ordinal), sizeof link.ordinal);
+    key += link.name;
+    const bool remembered = link.ordinal != ChildLink::kLastOrdinal;
+    if (remembered) {
+      const auto known = m_found.find(key);
+      if (known != m_found.end()) {
+        current = known->second;
+        continue;
+      }
+    }
     Node* found = nullptr;
     unsigned seen = 0;
     for (const auto& child : current->children) {
@@ -428,6 +442,7 @@ SourceTree::Node* SourceTree::Find(const ElementChain& chain) const {
       }
     }
     if (found == nullptr) return nullptr;
+    if (remembered) m_found.emplace(std::move(key), found);
     current = found;
   }
   return current;
@@ -509,7 +524,7 @@ void SourceTree::InsertChild(Node* parent, Node* child) {
       if (children[i]->kind == Kind::kText) continue;
       if (const auto found = LineIndent(children[i])) indent = std::string(*found);
     }
-  } else if (!mixed && parentIndent && m_text.find('\n') != std::string::npos) {
+  } else if (!mixed && parentIndent && m_lineBreak != std::string::npos) {
     indent = std::string(*parentIndent) + std::string(IndentStep());
   }
   Expand(parent);
@@ -655,6 +670,7 @@ bool SourceTree::RemoveElement(const ElementChain& chain) {
     }
   }
   siblings.erase(siblings.begin() + static_cast<std::ptrdiff_t>(index));
+  m_found.clear();
   return true;
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace tkcli {
@@ -81,7 +82,9 @@ class SourceTree {
   std::unique_ptr<Store> m_store;
   Node* m_document = nullptr;  // the root and the markup around it
   Node* m_root = nullptr;
-  std::string m_indentStep;  // once it has been looked for
+  mutable std::unordered_map<std::string, Node*> m_found;  // see Find
+  size_t m_lineBreak = std::string::npos;  // the first; its line end is the file's
+  std::string m_indentStep;                // once it has been looked for
 };
 
 }  // namespace tkcli
