@@ -7,7 +7,8 @@ const char kFileHelp[] =
     "the XML document, or - for standard input (under 2 GiB, the most the library imports)";
 const char kPathHelp[] =
     "element path below the root, e.g. listeners/listener; its first component may name the "
-    "root, ASCII case ignored";
+    "root, ASCII case ignored; a step name[N], name[last()] or name[@attribute='value'] picks "
+    "one element of the name";
 
 const CLI::Validator kNotEmpty(
     [](const std::string& value) { return std::string(value.empty() ? "is empty" : ""); }, "",
@@ -23,6 +24,13 @@ void AddOutput(CLI::App* command, std::string& output, const char* help) {
 
 const char kEditOutputHelp[] =
     "write the result to OUT (- for standard output) instead of changing FILE in place";
+
+void AddRewrite(CLI::App* command, bool& rewrite) {
+  command->add_flag("--rewrite", rewrite,
+                    "write the whole document as the library writes XML (its declaration, the "
+                    "root element on one line), instead of FILE's own bytes with only the edits "
+                    "changed");
+}
 
 void AddValueOptions(CLI::App* command, ValueTarget& target) {
   CLI::Option* attribute =
@@ -47,6 +55,14 @@ CLI::App* AddCatCommand(CLI::App& app, CatArgs& args) {
       "cat", "Print the document, or the element at PATH with its subtree, as XML");
   AddFile(command, args.file, Place::kCommandLine);
   command->add_option("PATH", args.path, kPathHelp);
+  CLI::Option* pretty = command->add_flag(
+      "--pretty", args.pretty,
+      "indent by two spaces, one element a line (text stays as it is, and so do elements "
+      "beside it)");
+  command->add_flag("--keep", args.keep,
+                    "print the document (or element) as FILE spells it, as set, rm and batch "
+                    "keep it")
+      ->excludes(pretty);
   return command;
 }
 
@@ -79,7 +95,10 @@ CLI::App* AddSetCommand(CLI::App& app, SetArgs& args, Place place) {
       ->type_name("PATH VALUE")
       ->required();
   AddValueOptions(command, args.target);
-  if (place == Place::kCommandLine) AddOutput(command, args.output, kEditOutputHelp);
+  if (place == Place::kCommandLine) {
+    AddOutput(command, args.output, kEditOutputHelp);
+    AddRewrite(command, args.rewrite);
+  }
   return command;
 }
 
@@ -91,7 +110,10 @@ CLI::App* AddRmCommand(CLI::App& app, RmArgs& args, Place place) {
   command->add_option("-a,--attribute", args.attribute, "remove the attribute NAME instead")
       ->type_name("NAME")
       ->check(kNotEmpty);
-  if (place == Place::kCommandLine) AddOutput(command, args.output, kEditOutputHelp);
+  if (place == Place::kCommandLine) {
+    AddOutput(command, args.output, kEditOutputHelp);
+    AddRewrite(command, args.rewrite);
+  }
   return command;
 }
 
@@ -122,6 +144,7 @@ CLI::App* AddBatchCommand(CLI::App& app, BatchArgs& args) {
       "one save; nothing is saved if a line fails");
   command->add_option("FILE", args.file, "the XML document to change")->required();
   AddOutput(command, args.output, kEditOutputHelp);
+  AddRewrite(command, args.rewrite);
   return command;
 }
 

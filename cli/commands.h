@@ -21,6 +21,8 @@ struct GlobalOptions {
 struct CatArgs {
   std::string file;
   std::string path;
+  bool pretty = false;  // indented, one element a line
+  bool keep = false;    // as the file spells it
 };
 struct LsArgs {
   std::string file;
@@ -37,12 +39,14 @@ struct SetArgs {
   std::vector<std::string> pairs;  // PATH VALUE PATH VALUE ...
   ValueTarget target;
   std::string output;
+  bool rewrite = false;  // write the library's XML of the whole document
 };
 struct RmArgs {
   std::string file;
   std::string path;
   std::string attribute;
   std::string output;
+  bool rewrite = false;
 };
 struct NewArgs {
   std::string root;
@@ -57,6 +61,7 @@ struct XsltArgs {
 struct BatchArgs {
   std::string file;
   std::string output;
+  bool rewrite = false;
 };
 
 void ListStep(const Document& document, const LsArgs& args, const GlobalOptions& global,
@@ -65,12 +70,21 @@ void GetStep(const Document& document, const GetArgs& args, const GlobalOptions&
              std::string& out);
 // Usage errors of a set (pairs, value forms) before anything is changed.
 void CheckSet(const SetArgs& args);
-void SetStep(const Document& document, const SetArgs& args);
+// The edits of set and rm are made in the library's document, and in the
+// file's own text where the document keeps it (Document::Source).
+void SetStep(Document& document, const SetArgs& args);
 void RemoveStep(Document& document, const RmArgs& args);
 
+// Loads the document a command edits: with its file's bytes kept, unless
+// the whole document is to be written as the library writes it (rewrite,
+// or the library's file form asked for with --crlf).
+void LoadForEdit(Document& document, const std::string& file, bool rewrite,
+                 const GlobalOptions& global);
+
 // Writes an edited document: to output if one is given, else back to file
-// (to standard output if file was "-").
-void SaveDocument(const Document& document, const std::string& file, const std::string& output,
+// (to standard output if file was "-"); the file's own bytes with the edits
+// where they were kept, else the library's XML.
+void SaveDocument(Document& document, const std::string& file, const std::string& output,
                   const GlobalOptions& global);
 
 void RunCat(const CatArgs& args, const GlobalOptions& global);

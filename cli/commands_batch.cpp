@@ -60,7 +60,7 @@ void RunBatch(const BatchArgs& args, const GlobalOptions& global) {
     throw CliError(kUsage, "batch reads its commands from standard input, so FILE can't be -");
   }
   Document document;
-  document.Load(args.file);
+  LoadForEdit(document, args.file, args.rewrite, global);
   bool changed = false;
   std::string text;
   for (unsigned number = 1; std::getline(std::cin, text); ++number) {

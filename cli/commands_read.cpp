@@ -87,10 +87,27 @@ void GetStep(const Document& document, const GetArgs& args, const GlobalOptions&
 
 void RunCat(const CatArgs& args, const GlobalOptions& global) {
   Document document;
-  document.Load(args.file);
+  if (args.keep) {
+    document.LoadKeepingBytes(args.file);
+  } else {
+    document.Load(args.file);
+  }
   HandleScope scope(document);
-  const unsigned handle = RequireElement(scope, args.path);
-  WriteOutput("-", document.Render(handle, global.crlf));
+  ElementChain chain;
+  const unsigned handle = RequireElement(scope, args.path, &chain);
+  if (args.keep) {
+    const std::string bytes = document.SourceBytes(chain);
+    if (bytes.empty()) {
+      throw CliError(kFailed, document.name() + ": '" + args.path +
+                                  "' can't be found in the file's own text");
+    }
+    WriteOutput("-", bytes);
+  } else if (args.pretty) {
+    const SourceTree tree(document.Render(handle, false));
+    WriteOutput("-", tree.Write(SourceTree::Form::kIndented, global.crlf ? "\r\n" : "\n"));
+  } else {
+    WriteOutput("-", document.Render(handle, global.crlf));
+  }
 }
 
 void RunLs(const LsArgs& args, const GlobalOptions& global) {

@@ -70,6 +70,57 @@ void Document::Load(const std::string& file) {
   ImportPath(DescriptorPath(input.fd()));
 }
 
+void Document::LoadKeepingBytes(const std::string& file) {
+  m_bytes = ReadInput(file);
+  LoadBytes(m_bytes, InputName(file));
+}
+
+SourceTree* Document::Source() {
+  if (m_source == nullptr && !m_bytes.empty()) {
+    m_encoding = std::make_unique<FileEncoding>(m_bytes);
+    std::string text = m_encoding->Decode(m_bytes, m_name);
+    try {
+      m_source = std::make_unique<SourceTree>(std::move(text));
+    } catch (const CliError& error) {
+      throw CliError(error.status(), m_name + ": " + error.what() +
+                                         " (--rewrite writes the whole document)");
+    }
+  }
+  return m_source.get();
+}
+
+std::string Document::SourceBytes(const ElementChain& chain) {
+  SourceTree* source = Source();
+  if (source == nullptr) return {};
+  return m_encoding->Encode(chain.empty() ? source->Write(SourceTree::Form::kAsHeld)
+                                          : source->WriteElement(chain));
+}
+
+std::string Document::EditedBytes() {
+  const std::string bytes = SourceBytes({});
+  // The check below loads a second document: the memory of the first one's
+  // text goes to it.
+  m_source.reset();
+  std::string().swap(m_bytes);
+  const auto failed = [&](const std::string& why) {
+    return CliError(kFailed, m_name + ": " + why +
+                                 "; nothing was written (--rewrite writes the whole document)");
+  };
+  Document check;
+  try {
+    check.LoadBytes(bytes, m_name);
+  } catch (const CliError& error) {
+    throw failed("the edited file would not read back (" + std::string(error.what()) + ")");
+  }
+  const auto content = [](const Document& document) {
+    return WithoutLayout(document.Render(kRootHandle, false));
+  };
+  if (content(check) != content(*this)) {
+    throw failed("the edit can't be made in the file's own text without changing more");
+  }
+  return bytes;
+}
+
 void Document::LoadBytes(std::string_view bytes, const std::string& name) {
   m_name = name;
   // The bytes go through the same file import as a named file, so that a

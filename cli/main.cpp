@@ -42,9 +42,13 @@ int main(int argc, char** argv) {
 
   CLI::App app("Reads and edits XML documents: values by element path, subtrees, "
                "attributes, XSLT.\nA PATH's first component may name the root element, ASCII "
-               "case ignored.\nExit status: 0 done, 1 path or attribute not there, "
+               "case ignored; a step name[N], name[last()] or name[@attribute='value'] picks one "
+               "element of the name.\nset, rm and batch change only the bytes of what they "
+               "change; --rewrite writes the whole document as the library writes it.\nExit "
+               "status: 0 done, 1 path or attribute not there, "
                "2 usage error, 3 input unreadable or not well-formed, 4 output not written, "
-               "5 other failure.",
+               "5 other failure (such as an edit the file's own text can't show: nothing is "
+               "written).",
                "treekeeper");
   app.fallthrough();  // the options below may also follow the command
   app.require_subcommand(1);
@@ -55,7 +59,8 @@ int main(int argc, char** argv) {
                  "code page of text values read (65001 = UTF-8; element text and attributes)")
       ->type_name("N");
   app.add_flag("--crlf", global.crlf,
-               "write XML with CR LF line ends, as the library writes files");
+               "write XML with CR LF line ends, as the library writes files (with set, rm and "
+               "batch: the whole document, as --rewrite)");
 
   CatArgs cat;
   LsArgs ls;

@@ -258,6 +258,20 @@ void WriteValue(const Document& document, unsigned handle, const std::string& pa
   if (result != 0) Failed(document, "cannot set " + Describe(path, target), result);
 }
 
+std::string StoredText(const ValueTarget& target, const std::string& path,
+                       const std::string& value) {
+  std::string text = CheckValue(target, path, value);
+  if (target.form == ValueForm::kNumber) {
+    uint32_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number, 10);
+    return std::to_string(number);
+  }
+  if (target.form == ValueForm::kHex) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return text;
+}
+
 std::vector<std::pair<std::string, std::string>> ReadAttributes(const Document& document,
                                                                 unsigned handle,
                                                                 const std::string& path,

@@ -40,6 +40,12 @@ std::string CheckValue(const ValueTarget& target, const std::string& path,
 void WriteValue(const Document& document, unsigned handle, const std::string& path,
                 const ValueTarget& target, const std::string& value);
 
+// The text the document holds after WriteValue with value (which
+// CheckValue has passed): a number in decimal, bytes as lower-case hex, text
+// in UTF-8.
+std::string StoredText(const ValueTarget& target, const std::string& path,
+                       const std::string& value);
+
 // The attributes of the element of handle, names and values, in the
 // library's order, values in codePage.
 std::vector<std::pair<std::string, std::string>> ReadAttributes(const Document& document,

@@ -92,6 +92,11 @@ TEST(Failures, PathsAndAttributesThatAreNotThere) {
       {{"get", "{config.xml}", "net", "-a", "nope"}, "", 1, "no attribute 'nope' of 'net'"},
       {{"rm", "{config.xml}", "net", "-a", "nope"}, "", 1, "no attribute 'nope' of 'net'"},
       {{"batch", "{config.xml}"}, "set a 1\nget nothing\n", 1, "batch line 2: "},
+      {{"get", "{config.xml}", "net/port[3]"}, "", 1, "no element at 'net/port[3]'"},
+      {{"set", "{config.xml}", "net/port[@id='x']/a", "1"}, "", 1,
+       "no element at 'net/port[@id='x']'"},
+      {{"rm", "{config.xml}", "net/host[last()]/x"}, "", 1, "no element at"},
+      {{"batch", "{config.xml}"}, "set a 1\nrm empty[2]\n", 1, "batch line 2: "},
   };
   for (const FailureCase& c : cases) ExpectFailure(c);
 }
@@ -124,6 +129,11 @@ TEST(Failures, UsageErrors) {
       {{"batch", "{config.xml}"}, "set a 1\nfrob\n", 2, "batch line 2: 'frob' is not a batch"},
       {{"batch", "{config.xml}"}, "set a 'open\n", 2, "batch line 1: the ' quote is not closed"},
       {{"batch", "{config.xml}"}, "get a -o x\n", 2, "batch line 1: "},
+      {{"get", "{config.xml}", "net/port[0]"}, "", 2, "'port[0]' is no step"},
+      {{"set", "{config.xml}", "net[x]/port", "1"}, "", 2, "'net[x]' is no step"},
+      {{"rm", "{config.xml}", "net/port[@id=1]"}, "", 2, "'port[@id=1]' is no step"},
+      {{"batch", "{config.xml}"}, "get 'net[1'\n", 2, "batch line 1: 'net[1' is no step"},
+      {{"cat", "{config.xml}", "--keep", "--pretty"}, "", 2, "xcludes"},
   };
   for (const FailureCase& c : cases) ExpectFailure(c);
 }
@@ -157,6 +167,17 @@ TEST(Failures, ReadOnlyDirectoryIsNamedAndKeepsTheFile) {
             std::string::npos)
       << run.err;
   EXPECT_EQ(ReadBytes(file), ReadBytes(DataPath("config.xml")));
+}
+
+TEST(Failures, EditTheFileCantShowIsNotWritten) {
+  // The element comes from an entity: the file's text has no place for it.
+  const std::string made = "<!DOCTYPE r [<!ENTITY e '<b>x</b>'>]><r>&e;</r>";
+  const std::vector<FailureCase> cases = {
+      {{"set", "-", "b", "y", "-o", "{out.xml}"}, made, 5, "'b' can't be found in the file's own "
+                                                           "text; nothing was written (--rewrite"},
+      {{"cat", "-", "b", "--keep"}, made, 5, "'b' can't be found in the file's own text"},
+  };
+  for (const FailureCase& c : cases) ExpectFailure(c);
 }
 
 TEST(Failures, StylesheetThatFails) {

@@ -47,6 +47,18 @@ TEST(ReadCommands, PrintWhatTheDocumentHolds) {
       {{"get", "@", "user", "--codepage", "28591"}, "Zo\xEB M\xFCller\n"},
       {{"--codepage", "28591", "ls", "-a", "@", "user"}, "0 text\n"},
       {{"get", "@", "user", "-a", "name", "--codepage", "28591"}, "Zo\xEB\n"},
+      {{"get", "@", "net/port[2]"}, "9090\n"},
+      {{"get", "@", "cfg/net[1]/port[last()]"}, "9090\n"},
+      {{"get", "@", "net[@mode='dual']/host[last()]"}, "example.org\n"},
+      {{"get", "@", "user[@name=\"Zo\xC3\xAB\"]", "-a", "id"}, "42\n"},
+      {{"ls", "@", "net[@mode=\"dual\"]"}, "0 element host\n1 element port\n2 element key\n"
+                                             "3 element port\n"},
+      {{"cat", "@", "--keep"}, "file:config.xml"},
+      {{"cat", "@", "user", "--keep"},
+       "<user name=\"Zo\xC3\xAB\" id=\"42\" tag=\"c0ffee\">Zo\xC3\xAB M\xC3\xBCller</user>"},
+      {{"cat", "@", "net", "--pretty"},
+       "<?xml version='1.0' encoding='UTF-8' ?>\n<net mode=\"dual\">\n  <host>example.org</host>\n"
+       "  <port>8080</port>\n  <key>0aFF</key>\n  <port>9090</port>\n</net>\n"},
   };
   for (const ReadCase& c : cases) {
     const ToolRun run = RunTool(WithConfig(c.args));
