@@ -1,7 +1,6 @@
 #include "dom/xml_writer.h"
 
 #include <libxml/HTMLtree.h>
-#include <libxml/chvalid.h>
 #include <libxml/parserInternals.h>
 
 #include <array>
@@ -74,10 +73,11 @@ class Writer {
   explicit Writer(std::string& out) : m_out(out) {}
 
   bool subtree(const xmlNode* top, const std::vector<xmlNsPtr>& extra);
+  // The tree holds what only the engine writes as it should.
+  bool leftToEngine() const { return m_leftToEngine; }
 
  private:
   void escaped(const xmlChar* text, unsigned char kind);
-  void hexReference(unsigned value);
   void attributeValue(const xmlAttr* attr);
   void attribute(const xmlAttr* attr);
   void declaration(const xmlNs* ns);
@@ -86,6 +86,7 @@ class Writer {
   void cdata(const xmlChar* text);
 
   std::string& m_out;
+  bool m_leftToEngine = false;
 };
 
 void Writer::escaped(const xmlChar* text, unsigned char kind) {
@@ -101,78 +102,23 @@ void Writer::escaped(const xmlChar* text, unsigned char kind) {
   }
 }
 
-void Writer::hexReference(unsigned value) {
-  char digits[8];
-  int count = 0;
-  do {
-    digits[count++] = "0123456789ABCDEF"[value & 0xF];
-    value >>= 4;
-  } while (value != 0);
-  m_out += "&#x";
-  while (count > 0) m_out += digits[--count];
-  m_out += ';';
-}
-
-// An attribute value's text. In a document that names no encoding, the
-// engine writes characters outside ASCII as references, and a byte that
-// starts no character it can read as a reference to that byte.
 void Writer::attributeValue(const xmlAttr* attr) {
   for (const xmlNode* child = attr->children; child != nullptr; child = child->next) {
     if (child->type == XML_ENTITY_REF_NODE) {
       m_out += '&';
       m_out += Text(child->name);
       m_out += ';';
-      continue;
-    }
-    if (child->type != XML_TEXT_NODE || child->content == nullptr) continue;
-    const xmlDoc* doc = attr->doc;
-    if (doc != nullptr && doc->encoding != nullptr) {
+    } else if (child->type == XML_TEXT_NODE && child->content != nullptr) {
       escaped(child->content, 2);
-      continue;
     }
-    const unsigned char* p = child->content;
-    const unsigned char* run = p;
-    while (*p != 0) {
-      if (*p < 0x80 || p[1] == 0) {
-        if ((kEscapes[*p] & 2) == 0) {
-          ++p;
-          continue;
-        }
-        m_out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
-        m_out += Escape(*p);
-        run = ++p;
-        continue;
-      }
-      m_out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
-      unsigned value = 0;
-      int length = 1;
-      if (*p < 0xC0) {
-        length = 1;
-      } else if (*p < 0xE0) {
-        value = ((p[0] & 0x1Fu) << 6) | (p[1] & 0x3Fu);
-        length = 2;
-      } else if (*p < 0xF0 && p[2] != 0) {
-        value = ((p[0] & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
-        length = 3;
-      } else if (*p < 0xF8 && p[2] != 0 && p[3] != 0) {
-        value = ((p[0] & 0x07u) << 18) | ((p[1] & 0x3Fu) << 12) | ((p[2] & 0x3Fu) << 6) |
-                (p[3] & 0x3Fu);
-        length = 4;
-      }
-      if (length == 1 || !xmlIsCharQ(value)) {
-        hexReference(*p);
-        ++p;
-      } else {
-        hexReference(value);
-        p += length;
-      }
-      run = p;
-    }
-    m_out.append(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
   }
 }
 
 void Writer::attribute(const xmlAttr* attr) {
+  // In a document that names no encoding the engine writes characters
+  // outside ASCII in values as references. Our documents always name one;
+  // anything else is left to the engine.
+  if (attr->doc == nullptr || attr->doc->encoding == nullptr) m_leftToEngine = true;
   m_out += ' ';
   if (attr->ns != nullptr && attr->ns->prefix != nullptr) {
     m_out += Text(attr->ns->prefix);
@@ -343,7 +289,7 @@ bool WriteXml(const xmlNode* top, const std::vector<xmlNsPtr>& extra, std::strin
   if (WrittenAsXhtml(top)) return false;
   const size_t before = out.size();
   Writer writer(out);
-  if (writer.subtree(top, extra)) return true;
+  if (writer.subtree(top, extra) && !writer.leftToEngine()) return true;
   out.resize(before);
   return false;
 }

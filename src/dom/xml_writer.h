@@ -7,8 +7,9 @@
 // attributes, "]]>" inside CDATA split across two sections, and the engine's
 // escapes in text (& < > CR) and in attribute values (& < > " TAB LF CR).
 // Trees it does not cover, which are rare, are left to the engine: nodes of
-// kinds our trees hold only in a document type, and documents that declare
-// an XHTML document type (the engine writes those in a style of their own).
+// kinds our trees hold only in a document type, documents that declare an
+// XHTML document type (the engine writes those in a style of their own), and
+// attributes of a document that names no encoding (ours always name one).
 #pragma once
 
 #include <libxml/tree.h>

@@ -130,6 +130,9 @@ TEST(ApplyXslt, ReportSaysWhatTheEngineSaid) {
       {Sheet("<xsl:import href='other.xsl'/>"), -1, "imports or includes another one"},
       {Sheet("<xsl:template match='/'><xsl:message>fine</xsl:message><a/></xsl:template>"), 0,
        "fine\n"},
+      {Sheet("<xsl:template match='/'><xsl:message>" + std::string(700, 'x') +
+             "</xsl:message><a/></xsl:template>"),
+       0, std::string(700, 'x') + "\n"},
       {kIdentity, 0, ""},
   };
   for (const auto& c : cases) {
