@@ -247,9 +247,8 @@ std::optional<std::string> EngineText(xmlNodePtr node) {
   void* buffer = nullptr;
   std::string_view engine;
   if (EngineXml(node, buffer, engine) != kOk) return std::nullopt;
-  std::string text(engine);
-  xmlOutputBufferClose(static_cast<xmlOutputBufferPtr>(buffer));
-  return text;
+  const Output owned(static_cast<xmlOutputBufferPtr>(buffer));  // also when the copy throws
+  return std::string(engine);
 }
 
 // The engine loses text without a word when an allocation fails inside its
@@ -326,11 +325,10 @@ int EngineXml(const Node& node, std::string& out) {
   void* buffer = nullptr;
   std::string_view text;
   const int status = dom::EngineXml(raw, buffer, text);
-  if (status == kOk) {
-    if (raw->type == XML_ATTRIBUTE_NODE && !text.empty() && text[0] == ' ') text.remove_prefix(1);
-    out.assign(text);
-    xmlOutputBufferClose(static_cast<xmlOutputBufferPtr>(buffer));
-  }
+  if (status != kOk) return status;
+  const Output owned(static_cast<xmlOutputBufferPtr>(buffer));
+  if (raw->type == XML_ATTRIBUTE_NODE && !text.empty() && text[0] == ' ') text.remove_prefix(1);
+  out.assign(text);
   return status;
 }
 }  // namespace testing
