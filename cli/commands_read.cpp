@@ -5,6 +5,7 @@
 #include "errors.h"
 #include "file_output.h"
 #include "paths.h"
+#include "xml_text.h"
 
 namespace tkcli {
 namespace {
@@ -28,21 +29,7 @@ const char* KindName(unsigned nodeType) {
 
 // An attribute value as it would stand between double quotes in XML, so
 // that each child stays on one line.
-std::string Quoted(const std::string& value) {
-  std::string text = "\"";
-  for (const char c : value) {
-    switch (c) {
-      case '&': text += "&amp;"; break;
-      case '<': text += "&lt;"; break;
-      case '"': text += "&quot;"; break;
-      case '\n': text += "&#10;"; break;
-      case '\r': text += "&#13;"; break;
-      case '\t': text += "&#9;"; break;
-      default: text += c;
-    }
-  }
-  return text + "\"";
-}
+std::string Quoted(const std::string& value) { return '"' + EscapeAttribute(value, '"') + '"'; }
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "errors.h"
+#include "xml_text.h"
 
 namespace tkcli {
 namespace {
@@ -42,26 +43,6 @@ std::string EscapeText(std::string_view value, std::string_view lineEnd) {
       case '\r': out += "&#13;"; break;
       case '\n': out += lineEnd; break;
       case '>': out += i >= 2 && value.substr(i - 2, 2) == "]]" ? "&gt;" : ">"; break;
-      default: out += c;
-    }
-  }
-  return out;
-}
-
-// An attribute value between quotes of the given kind; white space other
-// than the space is written as references, which keep it through the
-// normalisation of attribute values.
-std::string EscapeAttribute(std::string_view value, char quote) {
-  std::string out;
-  for (const char c : value) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '\t': out += "&#9;"; break;
-      case '\n': out += "&#10;"; break;
-      case '\r': out += "&#13;"; break;
-      case '"': out += quote == '"' ? "&quot;" : "\""; break;
-      case '\'': out += quote == '\'' ? "&apos;" : "'"; break;
       default: out += c;
     }
   }
@@ -364,18 +345,7 @@ std::string WithoutLayout(std::string_view xml) {
       end = past(pos, "?>");
     } else {
       // A start tag: '>' inside quoted values doesn't end it.
-      char quote = 0;
-      for (end = pos + 1; end < xml.size(); ++end) {
-        const char c = xml[end];
-        if (quote != 0) {
-          if (c == quote) quote = 0;
-        } else if (c == '"' || c == '\'') {
-          quote = c;
-        } else if (c == '>') {
-          break;
-        }
-      }
-      end = std::min(end + 1, xml.size());
+      end = std::min(PastTag(xml, pos), xml.size());
       out.append(xml.substr(pos, end - pos));
       afterStartTag = xml[end - 2] != '/';
       pos = end;

@@ -31,6 +31,9 @@ size_t Past(std::string_view xml, size_t pos, std::string_view terminator) {
   return end == std::string_view::npos ? end : end + terminator.size();
 }
 
+
+}  // namespace
+
 // Skips a tag from its '<' to just past its '>', minding quoted values.
 size_t PastTag(std::string_view xml, size_t pos) {
   char quote = 0;
@@ -47,7 +50,25 @@ size_t PastTag(std::string_view xml, size_t pos) {
   return std::string_view::npos;
 }
 
-}  // namespace
+// An attribute value between quotes of the given kind; white space other
+// than the space is written as references, which keep it through the
+// normalisation of attribute values.
+std::string EscapeAttribute(std::string_view value, char quote) {
+  std::string out;
+  for (const char c : value) {
+    switch (c) {
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '\t': out += "&#9;"; break;
+      case '\n': out += "&#10;"; break;
+      case '\r': out += "&#13;"; break;
+      case '"': out += quote == '"' ? "&quot;" : "\""; break;
+      case '\'': out += quote == '\'' ? "&apos;" : "'"; break;
+      default: out += c;
+    }
+  }
+  return out;
+}
 
 std::string DecodeCharacterData(std::string_view text) {
   std::string out;

@@ -37,14 +37,8 @@ int CTreeKeeper::ApplyXSLT(const char* stylesheet, int /*size: the text ends at 
   if (dom::Document::Create(result) < 0) return -1;
   const int transformed =
       dom::Document::transformNodeToObject(root, sheet, result, m_xsltBudget, &m_xsltReport);
-  if (transformed == dom::kOutOfTime) {
-    Report("ApplyXSLT: time budget exceeded");
-    m_xsltReport += "time budget exceeded\n";
-  }
-  if (transformed == dom::kOutOfMemory) {
-    Report("ApplyXSLT: memory budget exceeded");
-    m_xsltReport += "memory budget exceeded\n";
-  }
+  if (transformed == dom::kOutOfTime) Report("ApplyXSLT: time budget exceeded");
+  if (transformed == dom::kOutOfMemory) Report("ApplyXSLT: memory budget exceeded");
   if (transformed < 0) return -1;
   dom::Node element;
   if (result.get_documentElement(element) < 0) return -1;

@@ -161,6 +161,9 @@ inline bool IsVisible(const xmlNode* node) {
       return false;
   }
 }
+inline bool IsDocumentNode(const xmlNode* node) {
+  return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
+}
 inline bool HasChildList(const xmlNode* node) {
   return node->type == XML_ELEMENT_NODE || node->type == XML_DOCUMENT_NODE ||
          node->type == XML_HTML_DOCUMENT_NODE;

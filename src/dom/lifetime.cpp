@@ -32,9 +32,6 @@ constexpr uintptr_t kChildUnit = uintptr_t{1} << 32;
 uintptr_t WordOf(const xmlNode* node) { return reinterpret_cast<uintptr_t>(node->_private); }
 void SetWord(xmlNodePtr node, uintptr_t word) { node->_private = reinterpret_cast<void*>(word); }
 uintptr_t CountOf(const xmlNode* node) { return WordOf(node) & kOwnMask; }
-bool IsDocument(const xmlNode* node) {
-  return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
-}
 
 // Calls visit on every node of a subtree (the node, its attributes and its
 // children, depth first) until visit returns true; returns that answer.
@@ -127,7 +124,7 @@ void FreeSubtree(DocBlock* block, xmlNodePtr top) {
 // A child of parent became pinned: the change travels up while it changes
 // an ancestor's state.
 void ChildPinned(xmlNodePtr parent) {
-  for (xmlNodePtr node = parent; node != nullptr && !IsDocument(node); node = node->parent) {
+  for (xmlNodePtr node = parent; node != nullptr && !IsDocumentNode(node); node = node->parent) {
     const uintptr_t word = WordOf(node);
     SetWord(node, word + kChildUnit);
     if (word != 0) return;  // it was pinned already: nothing changes above
@@ -137,7 +134,7 @@ void ChildPinned(xmlNodePtr parent) {
 // A child of parent stopped being pinned; a top of no document that ends up
 // unpinned is freed with its subtree.
 void ChildUnpinned(xmlNodePtr parent) {
-  for (xmlNodePtr node = parent; node != nullptr && !IsDocument(node); node = node->parent) {
+  for (xmlNodePtr node = parent; node != nullptr && !IsDocumentNode(node); node = node->parent) {
     const uintptr_t word = WordOf(node) - kChildUnit;
     SetWord(node, word);
     if (word != 0) return;  // still pinned: nothing changes above
@@ -177,14 +174,14 @@ void AdoptDocument(xmlDocPtr doc) {
 void RefNode(xmlNodePtr node) {
   DocBlock* block = BlockOf(node->doc != nullptr ? node->doc : reinterpret_cast<xmlDocPtr>(node));
   ++block->refs;
-  if (IsDocument(node)) return;
+  if (IsDocumentNode(node)) return;
   const uintptr_t word = WordOf(node);
   SetWord(node, word + 1);
   if (word == 0 && node->parent != nullptr) ChildPinned(node->parent);
 }
 
 void UnrefNode(xmlNodePtr node) {
-  if (IsDocument(node)) {
+  if (IsDocumentNode(node)) {
     DocBlock* block = BlockOf(reinterpret_cast<xmlDocPtr>(node));
     --block->refs;
     FreeDocumentIfUnused(block);
@@ -211,22 +208,22 @@ void ReleaseDocument(xmlDocPtr doc) {
 
 bool InDocumentTree(xmlNodePtr node) {
   while (node->parent != nullptr) node = node->parent;
-  return IsDocument(node);
+  return IsDocumentNode(node);
 }
 
 void FreeIfUnpinned(xmlNodePtr top) {
-  if (IsDocument(top) || top->parent != nullptr || WordOf(top) != 0) return;
+  if (IsDocumentNode(top) || top->parent != nullptr || WordOf(top) != 0) return;
   FreeSubtree(BlockOf(top->doc), top);
 }
 
 void Linked(xmlNodePtr node) {
-  if (node->parent != nullptr && !IsDocument(node) && WordOf(node) != 0) {
+  if (node->parent != nullptr && !IsDocumentNode(node) && WordOf(node) != 0) {
     ChildPinned(node->parent);
   }
 }
 
 void Unlinked(xmlNodePtr node, xmlNodePtr oldParent) {
-  if (oldParent != nullptr && !IsDocument(node) && WordOf(node) != 0) ChildUnpinned(oldParent);
+  if (oldParent != nullptr && !IsDocumentNode(node) && WordOf(node) != 0) ChildUnpinned(oldParent);
 }
 
 void TransferSubtree(xmlNodePtr top, DocBlock* from, DocBlock* to) {

@@ -197,10 +197,6 @@ void EngineDump(xmlOutputBufferPtr buffer, xmlNodePtr node) {
   xmlNodeDumpOutput(buffer, node->doc, node, 0, 0, "UTF-8");
 }
 
-bool IsDocumentNode(const xmlNode* node) {
-  return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
-}
-
 // The engine's text of node into out's buffer; kFail when it reports a fault.
 int EngineXml(xmlNodePtr node, void*& buffer, std::string_view& view) {
   QuietEngine quiet;

@@ -304,13 +304,13 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
   // 1,500. The library's trees are no deeper than kMaxDepth, for which a
   // transformation needs under 256 KB of stack; a deeper tree is refused
   // before the engine sees it.
+  ReportScope reportScope(report);
   if (ElementLevels(node, kMaxDepth) > kMaxDepth) {
-    if (report != nullptr) *report += "the tree is deeper than a transformation may start from\n";
+    ReportScope::Say("the tree is deeper than a transformation may start from");
     return kFail;
   }
   EnsureEngine();
   QuietEngine quiet;
-  ReportScope reportScope(report);
   auto style = Compile(stylesheet.m_object->doc);
   if (!style) return kFail;
 
@@ -323,8 +323,7 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
     spent = scope.status();
     return made;
   };
-  const bool isDocument =
-      node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
+  const bool isDocument = IsDocumentNode(node);
   const bool isDocumentElement =
       !isDocument && node->parent != nullptr && node->parent == reinterpret_cast<xmlNodePtr>(node->doc);
   if (style->stripSpaces != nullptr) {
@@ -355,6 +354,8 @@ int Document::transformNodeToObject(const Node& source, const Document& styleshe
     ScratchRoot scratch(node);
     output = run(scratch.doc());
   }
+  if (spent == kOutOfTime) ReportScope::Say("time budget exceeded");
+  if (spent == kOutOfMemory) ReportScope::Say("memory budget exceeded");
   if (output == nullptr) return spent != kOk ? spent : kFail;
 
   DocOwner owned(output);

@@ -14,7 +14,6 @@ namespace {
 constexpr size_t kMostKept = 64 * 1024;
 const char kCut[] = "(further messages left out)\n";
 
-thread_local ReportScope* t_scope = nullptr;
 thread_local std::string* t_sink = nullptr;
 thread_local bool t_cut = false;  // the sink is full and says so
 
@@ -48,14 +47,12 @@ void Append(const char* text, size_t length) noexcept {
 
 }  // namespace
 
-ReportScope::ReportScope(std::string* sink) : m_outer(t_scope), m_sink(t_sink), m_cut(t_cut) {
-  t_scope = this;
+ReportScope::ReportScope(std::string* sink) : m_sink(t_sink), m_cut(t_cut) {
   t_sink = sink;
   t_cut = false;
 }
 
 ReportScope::~ReportScope() {
-  t_scope = m_outer;
   t_sink = m_sink;
   t_cut = m_cut;
 }

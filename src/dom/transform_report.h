@@ -26,8 +26,7 @@ class ReportScope {
   static void Say(const char* line);
 
  private:
-  ReportScope* m_outer;
-  std::string* m_sink;
+  std::string* m_sink;  // the sink and state of the scope this one stands in for
   bool m_cut;
 };
 

@@ -7,10 +7,6 @@
 namespace tk::dom {
 namespace {
 
-bool IsDocumentNode(const xmlNode* node) {
-  return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
-}
-
 bool CanHoldChild(const xmlNode* parent, const xmlNode* child) {
   switch (child->type) {
     case XML_ELEMENT_NODE:
