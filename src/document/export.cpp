@@ -11,15 +11,16 @@ namespace tk {
 // The client's text is written only through its virtual clear() and append(),
 // and only once the node has been serialised.
 int OutputNode(outputstr& out, const dom::Node& node) {
-  // The serialised text is read where the serialiser left it.
+  // The serialiser writes the text form itself, and the text is read where
+  // it left it.
   dom::XmlText xml;
-  if (node.get_xml(xml) < 0) {
+  if (node.get_xml(xml, dom::AboveBmp::kSurrogatePairs) < 0) {
     Report("outputnode : get_xml error");
     return -1;
   }
   out.clear();
   out.append(kExportDeclaration);
-  return Ucs2ToUtf8Terminated(xml.view(), out);
+  return AppendTextFormTerminated(xml.view(), out);
 }
 
 int CTreeKeeper::ExportToStream(outputstr& out) {

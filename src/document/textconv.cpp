@@ -119,6 +119,16 @@ char* Encode(std::string_view text, char* dst) {
   return dst;
 }
 
+// Appends the text form at text (size bytes, then a NUL) in one append.
+int AppendChecked(const char* text, size_t size, outputstr& out) {
+  if (size + 1 > static_cast<size_t>(INT32_MAX)) {
+    Report("Ucs2ToUtf8 error, errcode :");
+    return -1;
+  }
+  out.append(text);
+  return 0;
+}
+
 // The shared body of the Ucs2ToUtf8 forms. `terminated`: text.data() is
 // followed by a NUL, so it can be appended as it stands.
 int AppendTextForm(std::string_view text, bool terminated, outputstr& out) {
@@ -137,19 +147,10 @@ int AppendTextForm(std::string_view text, bool terminated, outputstr& out) {
     *end = '\0';
     size = static_cast<size_t>(end - form.get());
   }
-  if (size + 1 > static_cast<size_t>(INT32_MAX)) {
-    Report("Ucs2ToUtf8 error, errcode :");
-    return -1;
-  }
-  if (form) {
-    out.append(form.get());
-  } else if (terminated) {
-    out.append(text.data());
-  } else {
-    const std::string copy(text);
-    out.append(copy.c_str());
-  }
-  return 0;
+  if (form) return AppendChecked(form.get(), size, out);
+  if (terminated) return AppendChecked(text.data(), size, out);
+  const std::string copy(text);
+  return AppendChecked(copy.c_str(), size, out);
 }
 
 class ConversionFaults final : public std::error_category {
@@ -188,8 +189,9 @@ int Ucs2ToUtf8(const std::string& src, outputstr& out) {
   return AppendTextForm(UpToNul(src), true, out);
 }
 
-int Ucs2ToUtf8Terminated(std::string_view text, outputstr& out) {
-  return AppendTextForm(text, true, out);
+int AppendTextFormTerminated(std::string_view form, outputstr& out) {
+  if (form.empty()) return -1;
+  return AppendChecked(form.data(), form.size(), out);
 }
 
 int Ucs2ToUtf8(const char* src, outputstr& out) {

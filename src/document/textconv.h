@@ -28,9 +28,9 @@ int Ucs2ToUtf8Bytes(std::string_view src, int32_t count, char* dst, int32_t dstS
 int Ucs2ToUtf8(std::string_view src, outputstr& out);
 int Ucs2ToUtf8(const std::string& src, outputstr& out);
 int Ucs2ToUtf8(const char* src, outputstr& out);
-// The same for text known to hold no NUL and to be followed by one, such as
-// serialised XML, which is then appended from where it lies.
-int Ucs2ToUtf8Terminated(std::string_view text, outputstr& out);
+// The same for text already in the text form, known to hold no NUL and to be
+// followed by one (serialised XML), which is appended from where it lies.
+int AppendTextFormTerminated(std::string_view form, outputstr& out);
 
 // Narrow text -> DOM text: from the default code page, and from UTF-8.
 // Malformed input is replaced, not refused. 0, or -1 (out untouched).

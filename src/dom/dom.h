@@ -72,6 +72,11 @@ struct TreeMark {
   bool operator==(const TreeMark& other) const = default;
 };
 
+// How serialised XML holds a character above U+FFFF: as its 4-byte UTF-8
+// sequence, or as the library's text form, the two 3-byte sequences of its
+// UTF-16 surrogate pair (U+1F600 -> ED A0 BD ED B8 80).
+enum class AboveBmp { kFourBytes, kSurrogatePairs };
+
 class Node;
 class NodeList;
 class XmlText;
@@ -162,8 +167,9 @@ class Node {
   // The node and its subtree as UTF-8 XML text, no declaration, non-ASCII as
   // raw UTF-8, empty elements as <a/>, attributes in double quotes.
   int get_xml(std::string& out) const;
-  // The same text left where the serialiser wrote it, without a copy.
-  int get_xml(XmlText& out) const;
+  // The same text left where the serialiser wrote it, without a copy, with
+  // characters above U+FFFF in the form asked for.
+  int get_xml(XmlText& out, AboveBmp form = AboveBmp::kFourBytes) const;
 
  private:
   friend class NodePtr;

@@ -226,34 +226,54 @@ int EngineXml(xmlNodePtr node, void*& buffer, std::string_view& view) {
 }
 
 // Our text of node, appended to text; false when the engine must write it.
-bool OwnXml(xmlNodePtr node, std::string& text) {
-  if (!IsDocumentNode(node)) return WriteXml(node, ExtraDeclarations(node), text);
+bool OwnXml(xmlNodePtr node, AboveBmp form, std::string& text) {
+  if (!IsDocumentNode(node)) return WriteXml(node, ExtraDeclarations(node), form, text);
   bool first = true;
   for (xmlNodePtr child = FirstChild(node); child != nullptr; child = NextVisible(child)) {
     if (!first) text += '\n';
     first = false;
-    if (!WriteXml(child, ExtraDeclarations(child), text)) return false;
+    if (!WriteXml(child, ExtraDeclarations(child), form, text)) return false;
   }
   return true;
 }
 
 #ifdef TREEKEEPER_ORACLE
-// The engine's text, or nothing when the engine reported a fault.
-std::optional<std::string> EngineText(xmlNodePtr node) {
+// The engine's text in the form asked for, or nothing when the engine
+// reported a fault.
+std::optional<std::string> EngineText(xmlNodePtr node, AboveBmp form) {
   void* buffer = nullptr;
   std::string_view engine;
   if (EngineXml(node, buffer, engine) != kOk) return std::nullopt;
   const Output owned(static_cast<xmlOutputBufferPtr>(buffer));  // also when the copy throws
-  return std::string(engine);
+  if (form == AboveBmp::kFourBytes) return std::string(engine);
+  // The plainest conversion there is, written apart from the serialiser's:
+  // the engine's text is well-formed UTF-8.
+  std::string pairs;
+  for (size_t i = 0; i < engine.size(); ++i) {
+    const auto byte = [&](size_t k) { return static_cast<unsigned>(engine[i + k]) & 0xFFu; };
+    if (byte(0) < 0xF0) {
+      pairs += engine[i];
+      continue;
+    }
+    const unsigned code = ((byte(0) & 7) << 18 | (byte(1) & 63) << 12 | (byte(2) & 63) << 6 |
+                           (byte(3) & 63)) - 0x10000;
+    for (const unsigned unit : {0xD800 + (code >> 10), 0xDC00 + (code & 0x3FF)}) {
+      pairs += static_cast<char>(0xE0 | unit >> 12);
+      pairs += static_cast<char>(0x80 | (unit >> 6 & 63));
+      pairs += static_cast<char>(0x80 | (unit & 63));
+    }
+    i += 3;
+  }
+  return pairs;
 }
 
 // The engine loses text without a word when an allocation fails inside its
 // buffers, so a difference counts only when a second run of the engine
 // writes the same as the first.
-void CheckAgainstEngine(xmlNodePtr node, std::string_view own) {
-  const std::optional<std::string> engine = EngineText(node);
+void CheckAgainstEngine(xmlNodePtr node, AboveBmp form, std::string_view own) {
+  const std::optional<std::string> engine = EngineText(node, form);
   if (!engine || *engine == own) return;
-  const std::optional<std::string> again = EngineText(node);
+  const std::optional<std::string> again = EngineText(node, form);
   if (!again || *again != *engine) return;
   std::fprintf(stderr, "serialiser differs from the engine\nours:   %.*s\nengine: %s\n",
                static_cast<int>(own.size()), own.data(), engine->c_str());
@@ -279,14 +299,20 @@ int Node::get_xml(std::string& out) const {
   return status;
 }
 
-int Node::get_xml(XmlText& out) const {
+int Node::get_xml(XmlText& out, AboveBmp form) const {
   out.reset();
   if (m_node == nullptr) return kInvalidArg;
   if (m_ns != nullptr) {
-    AppendName(m_node, m_ns, out.m_own);
-    out.m_own += "=\"";
-    AppendEscapedAttribute(m_ns->href, out.m_own);
-    out.m_own += '"';
+    std::string text;
+    AppendName(m_node, m_ns, text);
+    text += "=\"";
+    AppendEscapedAttribute(m_ns->href, text);
+    text += '"';
+    if (form == AboveBmp::kSurrogatePairs) {
+      AppendSurrogateForm(text, out.m_own);
+    } else {
+      out.m_own = std::move(text);
+    }
     out.m_view = out.m_own;
     return kOk;
   }
@@ -296,16 +322,21 @@ int Node::get_xml(XmlText& out) const {
     whole = BlockOfNode(m_node);
     out.m_own.reserve(whole->lastWholeText + whole->lastWholeText / 8);
   }
-  if (OwnXml(m_node, out.m_own)) {
+  if (OwnXml(m_node, form, out.m_own)) {
     text = out.m_own;
     if (whole != nullptr) whole->lastWholeText = text.size();
 #ifdef TREEKEEPER_ORACLE
-    CheckAgainstEngine(m_node, text);
+    CheckAgainstEngine(m_node, form, text);
 #endif
   } else {
     out.m_own.clear();
     const int status = EngineXml(m_node, out.m_buffer, text);
     if (status != kOk) return status;
+    if (form == AboveBmp::kSurrogatePairs) {
+      AppendSurrogateForm(text, out.m_own);
+      xmlOutputBufferClose(static_cast<xmlOutputBufferPtr>(std::exchange(out.m_buffer, nullptr)));
+      text = out.m_own;
+    }
   }
   if (m_node->type == XML_ATTRIBUTE_NODE && !text.empty() && text[0] == ' ') {
     text.remove_prefix(1);  // an attribute is written with its separating blank

@@ -13,11 +13,18 @@
 namespace tk::dom {
 namespace {
 
-// Which bytes need an escape, in text (1) and in attribute values (2).
+// Which bytes end a plain run: those that need an escape in text (1) and in
+// attribute values (2), and the leads of 4-byte sequences (4), which the
+// surrogate-pair form rewrites.
+constexpr unsigned char kInText = 1;
+constexpr unsigned char kInValue = 2;
+constexpr unsigned char kFourByteLead = 4;
+
 constexpr std::array<unsigned char, 256> MakeEscapes() {
   std::array<unsigned char, 256> table{};
-  for (unsigned char c : {'&', '<', '>', '\r'}) table[c] |= 1;
-  for (unsigned char c : {'&', '<', '>', '"', '\t', '\n', '\r'}) table[c] |= 2;
+  for (unsigned char c : {'&', '<', '>', '\r'}) table[c] |= kInText;
+  for (unsigned char c : {'&', '<', '>', '"', '\t', '\n', '\r'}) table[c] |= kInValue;
+  for (unsigned c = 0xF0; c <= 0xFF; ++c) table[c] |= kFourByteLead;
   return table;
 }
 constexpr std::array<unsigned char, 256> kEscapes = MakeEscapes();
@@ -34,10 +41,11 @@ const char* Escape(unsigned char c) {
   }
 }
 
-// The length of the run at p (of n bytes) that needs no escape of the kind.
+// The length of the run at p (of n bytes) without a byte of the kinds.
 // Sixteen bytes at a time, the vector test lets through a few bytes more
 // than the table (all bytes up to CR for values), and the table decides.
-size_t PlainRun(const unsigned char* p, size_t n, unsigned char kind) {
+template <unsigned char kinds>
+size_t PlainRun(const unsigned char* p, size_t n) {
   size_t i = 0;
 #if defined(__SSE2__)
   const __m128i amp = _mm_set1_epi8('&');
@@ -45,39 +53,101 @@ size_t PlainRun(const unsigned char* p, size_t n, unsigned char kind) {
   const __m128i gt = _mm_set1_epi8('>');
   const __m128i quot = _mm_set1_epi8('"');
   const __m128i cr = _mm_set1_epi8('\r');
+  const __m128i leads = _mm_set1_epi8(static_cast<char>(0xF0));
   for (; i + 16 <= n; i += 16) {
     const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-    __m128i hit = _mm_or_si128(_mm_cmpeq_epi8(x, amp),
-                               _mm_or_si128(_mm_cmpeq_epi8(x, lt), _mm_cmpeq_epi8(x, gt)));
-    if (kind == 1) {
-      hit = _mm_or_si128(hit, _mm_cmpeq_epi8(x, cr));
-    } else {
+    __m128i hit = _mm_setzero_si128();
+    if constexpr ((kinds & (kInText | kInValue)) != 0) {
+      hit = _mm_or_si128(_mm_cmpeq_epi8(x, amp),
+                         _mm_or_si128(_mm_cmpeq_epi8(x, lt), _mm_cmpeq_epi8(x, gt)));
+    }
+    if constexpr ((kinds & kInText) != 0) hit = _mm_or_si128(hit, _mm_cmpeq_epi8(x, cr));
+    if constexpr ((kinds & kInValue) != 0) {
       const __m128i low = _mm_cmpeq_epi8(_mm_max_epu8(x, cr), cr);  // bytes up to CR
       hit = _mm_or_si128(hit, _mm_or_si128(_mm_cmpeq_epi8(x, quot), low));
+    }
+    if constexpr ((kinds & kFourByteLead) != 0) {
+      // A lead has its top four bits set.
+      hit = _mm_or_si128(hit, _mm_cmpeq_epi8(_mm_and_si128(x, leads), leads));
     }
     for (unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hit)); mask != 0;
          mask &= mask - 1) {
       const size_t at = i + static_cast<size_t>(__builtin_ctz(mask));
-      if ((kEscapes[p[at]] & kind) != 0) return at;
+      if ((kEscapes[p[at]] & kinds) != 0) return at;
     }
   }
 #endif
-  while (i < n && (kEscapes[p[i]] & kind) == 0) ++i;
+  while (i < n && (kEscapes[p[i]] & kinds) == 0) ++i;
   return i;
+}
+
+// The code point of the well-formed 4-byte sequence at p (n bytes left), or 0.
+unsigned FourByteCode(const unsigned char* p, size_t n) {
+  if (n < 4 || (p[1] & 0xC0) != 0x80 || (p[2] & 0xC0) != 0x80 || (p[3] & 0xC0) != 0x80) return 0;
+  const unsigned code = ((p[0] & 0x07u) << 18) | ((p[1] & 0x3Fu) << 12) |
+                        ((p[2] & 0x3Fu) << 6) | (p[3] & 0x3Fu);
+  return p[0] <= 0xF4 && code >= 0x10000 && code <= 0x10FFFF ? code : 0;
+}
+
+bool HasFourByteLead(const char* text, size_t size) {
+  return PlainRun<kFourByteLead>(reinterpret_cast<const unsigned char*>(text), size) < size;
+}
+
+void AppendUnit(unsigned unit, std::string& out) {
+  const char bytes[3] = {static_cast<char>(0xE0 | (unit >> 12)),
+                         static_cast<char>(0x80 | ((unit >> 6) & 0x3F)),
+                         static_cast<char>(0x80 | (unit & 0x3F))};
+  out.append(bytes, 3);
+}
+
+// Appends the sequence at p, a byte from 0xF0 up: a character above U+FFFF
+// as its surrogate pair, anything else byte by byte. The bytes taken.
+size_t AppendFourByte(const unsigned char* p, size_t n, std::string& out) {
+  const unsigned code = FourByteCode(p, n);
+  if (code == 0) {
+    out += static_cast<char>(*p);
+    return 1;
+  }
+  AppendUnit(0xD800 + ((code - 0x10000) >> 10), out);
+  AppendUnit(0xDC00 + ((code - 0x10000) & 0x3FF), out);
+  return 4;
 }
 
 const char* Text(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
 
 class Writer {
  public:
-  explicit Writer(std::string& out) : m_out(out) {}
+  Writer(std::string& out, AboveBmp form)
+      : m_out(out), m_pairs(form == AboveBmp::kSurrogatePairs) {}
 
   bool subtree(const xmlNode* top, const std::vector<xmlNsPtr>& extra);
   // The tree holds what only the engine writes as it should.
   bool leftToEngine() const { return m_leftToEngine; }
 
  private:
+  // Text that needs no escape, in the form asked for.
+  void put(const char* text, size_t size) {
+    if (m_pairs && HasFourByteLead(text, size)) {
+      AppendSurrogateForm(std::string_view(text, size), m_out);
+    } else {
+      m_out.append(text, size);
+    }
+  }
+  void put(const xmlChar* text) { put(Text(text), std::strlen(Text(text))); }
+  // A name: short, measured and checked in one pass.
+  void putName(const xmlChar* name) {
+    size_t size = 0;
+    unsigned char any = 0;  // from 0xF0 up when a byte is
+    for (; name[size] != 0; ++size) any |= name[size];
+    if (m_pairs && any >= 0xF0) {
+      AppendSurrogateForm(std::string_view(Text(name), size), m_out);
+    } else {
+      m_out.append(Text(name), size);
+    }
+  }
   void escaped(const xmlChar* text, unsigned char kind);
+  template <unsigned char kinds>
+  void escapedAs(const unsigned char* p, const unsigned char* end);
   void attributeValue(const xmlAttr* attr);
   void attribute(const xmlAttr* attr);
   void declaration(const xmlNs* ns);
@@ -86,19 +156,34 @@ class Writer {
   void cdata(const xmlChar* text);
 
   std::string& m_out;
+  const bool m_pairs;  // characters above U+FFFF as surrogate pairs
   bool m_leftToEngine = false;
 };
+
+
+template <unsigned char kinds>
+void Writer::escapedAs(const unsigned char* p, const unsigned char* end) {
+  while (true) {
+    const size_t run = PlainRun<kinds>(p, static_cast<size_t>(end - p));
+    m_out.append(reinterpret_cast<const char*>(p), run);
+    p += run;
+    if (p == end) return;
+    if (*p >= 0xF0) {
+      p += AppendFourByte(p, static_cast<size_t>(end - p), m_out);
+    } else {
+      m_out += Escape(*p);
+      ++p;
+    }
+  }
+}
 
 void Writer::escaped(const xmlChar* text, unsigned char kind) {
   const unsigned char* p = text;
   const unsigned char* const end = p + std::strlen(reinterpret_cast<const char*>(text));
-  while (true) {
-    const size_t run = PlainRun(p, static_cast<size_t>(end - p), kind);
-    m_out.append(reinterpret_cast<const char*>(p), run);
-    p += run;
-    if (p == end) return;
-    m_out += Escape(*p);
-    ++p;
+  if (kind == kInText) {
+    m_pairs ? escapedAs<kInText | kFourByteLead>(p, end) : escapedAs<kInText>(p, end);
+  } else {
+    m_pairs ? escapedAs<kInValue | kFourByteLead>(p, end) : escapedAs<kInValue>(p, end);
   }
 }
 
@@ -106,7 +191,7 @@ void Writer::attributeValue(const xmlAttr* attr) {
   for (const xmlNode* child = attr->children; child != nullptr; child = child->next) {
     if (child->type == XML_ENTITY_REF_NODE) {
       m_out += '&';
-      m_out += Text(child->name);
+      putName(child->name);
       m_out += ';';
     } else if (child->type == XML_TEXT_NODE && child->content != nullptr) {
       escaped(child->content, 2);
@@ -121,10 +206,10 @@ void Writer::attribute(const xmlAttr* attr) {
   if (attr->doc == nullptr || attr->doc->encoding == nullptr) m_leftToEngine = true;
   m_out += ' ';
   if (attr->ns != nullptr && attr->ns->prefix != nullptr) {
-    m_out += Text(attr->ns->prefix);
+    putName(attr->ns->prefix);
     m_out += ':';
   }
-  m_out += Text(attr->name);
+  putName(attr->name);
   m_out += "=\"";
   attributeValue(attr);
   m_out += '"';
@@ -138,7 +223,7 @@ void Writer::declaration(const xmlNs* ns) {
   if (ns->prefix != nullptr && std::strcmp(Text(ns->prefix), "xml") == 0) return;
   if (ns->prefix != nullptr) {
     m_out += " xmlns:";
-    m_out += Text(ns->prefix);
+    putName(ns->prefix);
   } else {
     m_out += " xmlns";
   }
@@ -146,31 +231,30 @@ void Writer::declaration(const xmlNs* ns) {
   const char* href = Text(ns->href);
   if (std::strchr(href, '"') == nullptr) {
     m_out += '"';
-    m_out += href;
+    put(ns->href);
     m_out += '"';
   } else if (std::strchr(href, '\'') == nullptr) {
     m_out += '\'';
-    m_out += href;
+    put(ns->href);
     m_out += '\'';
   } else {
     m_out += '"';
-    for (const char* p = href; *p != 0; ++p) {
-      if (*p == '"') {
-        m_out += "&quot;";
-      } else {
-        m_out += *p;
-      }
+    for (const char* quote = std::strchr(href, '"'); quote != nullptr;
+         href = quote + 1, quote = std::strchr(href, '"')) {
+      put(href, static_cast<size_t>(quote - href));
+      m_out += "&quot;";
     }
+    put(href, std::strlen(href));
     m_out += '"';
   }
 }
 
 void Writer::qualifiedName(const xmlNode* node) {
   if (node->ns != nullptr && node->ns->prefix != nullptr) {
-    m_out += Text(node->ns->prefix);
+    putName(node->ns->prefix);
     m_out += ':';
   }
-  m_out += Text(node->name);
+  putName(node->name);
 }
 
 void Writer::startTag(const xmlNode* element, const std::vector<xmlNsPtr>* extra) {
@@ -198,7 +282,7 @@ void Writer::cdata(const xmlChar* text) {
     if (end[0] == ']' && end[1] == ']' && end[2] == '>') {
       end += 2;
       m_out += "<![CDATA[";
-      m_out.append(start, static_cast<size_t>(end - start));
+      put(start, static_cast<size_t>(end - start));
       m_out += "]]>";
       start = end;
     }
@@ -206,7 +290,7 @@ void Writer::cdata(const xmlChar* text) {
   }
   if (start != end) {
     m_out += "<![CDATA[";
-    m_out.append(start, static_cast<size_t>(end - start));
+    put(start, static_cast<size_t>(end - start));
     m_out += "]]>";
   }
 }
@@ -227,7 +311,7 @@ bool Writer::subtree(const xmlNode* top, const std::vector<xmlNsPtr>& extra) {
       case XML_TEXT_NODE:
         if (node->content == nullptr) break;
         if (node->name == xmlStringTextNoenc) {
-          m_out += Text(node->content);  // a transformation asked for it unescaped
+          put(node->content);  // a transformation asked for it unescaped
         } else {
           escaped(node->content, 1);
         }
@@ -238,21 +322,21 @@ bool Writer::subtree(const xmlNode* top, const std::vector<xmlNsPtr>& extra) {
       case XML_COMMENT_NODE:
         if (node->content == nullptr) break;
         m_out += "<!--";
-        m_out += Text(node->content);
+        put(node->content);
         m_out += "-->";
         break;
       case XML_PI_NODE:
         m_out += "<?";
-        m_out += Text(node->name);
+        putName(node->name);
         if (node->content != nullptr) {
           m_out += ' ';
-          m_out += Text(node->content);
+          put(node->content);
         }
         m_out += "?>";
         break;
       case XML_ENTITY_REF_NODE:
         m_out += '&';
-        m_out += Text(node->name);
+        putName(node->name);
         m_out += ';';
         break;
       case XML_ATTRIBUTE_NODE:
@@ -285,10 +369,23 @@ bool WrittenAsXhtml(const xmlNode* node) {
 
 }  // namespace
 
-bool WriteXml(const xmlNode* top, const std::vector<xmlNsPtr>& extra, std::string& out) {
+void AppendSurrogateForm(std::string_view utf8, std::string& out) {
+  const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
+  const auto* const end = p + utf8.size();
+  while (true) {
+    const size_t run = PlainRun<kFourByteLead>(p, static_cast<size_t>(end - p));
+    out.append(reinterpret_cast<const char*>(p), run);
+    p += run;
+    if (p == end) return;
+    p += AppendFourByte(p, static_cast<size_t>(end - p), out);
+  }
+}
+
+bool WriteXml(const xmlNode* top, const std::vector<xmlNsPtr>& extra, AboveBmp form,
+              std::string& out) {
   if (WrittenAsXhtml(top)) return false;
   const size_t before = out.size();
-  Writer writer(out);
+  Writer writer(out, form);
   if (writer.subtree(top, extra) && !writer.leftToEngine()) return true;
   out.resize(before);
   return false;

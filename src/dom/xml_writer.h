@@ -15,14 +15,22 @@
 #include <libxml/tree.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "dom/dom.h"
 
 namespace tk::dom {
 
 // Appends top (an element, text, CDATA, comment, processing instruction,
-// entity reference or attribute) and its subtree to out. extra are
-// declarations written on top, before its own. False, with out as it was,
-// when the tree is one the engine must write.
-bool WriteXml(const xmlNode* top, const std::vector<xmlNsPtr>& extra, std::string& out);
+// entity reference or attribute) and its subtree to out, characters above
+// U+FFFF in the form asked for. extra are declarations written on top,
+// before its own. False, with out as it was, when the tree is one the engine
+// must write.
+bool WriteXml(const xmlNode* top, const std::vector<xmlNsPtr>& extra, AboveBmp form,
+              std::string& out);
+
+// Appends utf8 with each character above U+FFFF as its surrogate pair.
+void AppendSurrogateForm(std::string_view utf8, std::string& out);
 
 }  // namespace tk::dom

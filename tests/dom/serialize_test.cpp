@@ -5,17 +5,30 @@
 #include <string>
 #include <vector>
 
+#include "document/textconv.h"
 #include "dom/dom.h"
 #include "dom_test_util.h"
 
 namespace tk::dom::test {
 namespace {
 
-// Compares the text of node, of every attribute and of every node below.
+// The export's form of UTF-8 text, by the conversion values are read with.
+std::string SurrogatePairs(const std::string& utf8) {
+  std::string form(static_cast<size_t>(Ucs2ToUtf8Bytes(utf8, -1, nullptr, 0)), '\0');
+  Ucs2ToUtf8Bytes(utf8, -1, form.data(), static_cast<int32_t>(form.size()));
+  form.pop_back();
+  return form;
+}
+
+// Compares the text of node, of every attribute and of every node below, in
+// both forms.
 void ExpectEngineText(const Node& node) {
   std::string engine;
   ASSERT_EQ(testing::EngineXml(node, engine), kOk);
   EXPECT_EQ(Xml(node), engine) << Name(node);
+  XmlText pairs;
+  ASSERT_EQ(node.get_xml(pairs, AboveBmp::kSurrogatePairs), kOk);
+  EXPECT_EQ(pairs.view(), SurrogatePairs(engine)) << Name(node);
   AttrMap attributes;
   if (node.get_attributes(attributes) == kOk && attributes) {
     int32_t count = 0;
@@ -40,6 +53,11 @@ TEST(DomSerialiser, WritesWhatTheEngineWrites) {
       "<a x='1&#10;2&#9;&quot;&lt;&amp;\"&gt;&#13;\xc3\xa9\xf0\x9f\x98\x80'><!--c--><?pi?>"
       "<?pi data ?><![CDATA[a]]]]><![CDATA[>b]]><![CDATA[]]>t&amp;&lt;&gt;&#13;]]&gt;"
       "\xc3\xa9\xf0\x9f\x98\x80<b/><c></c></a>",
+      // Characters above U+FFFF wherever a document can hold them.
+      "<\xf0\x90\x80\x80:e\xf0\x90\x80\x81 xmlns:\xf0\x90\x80\x80='urn:\xf0\x9f\x98\x80\"&apos;' "
+      "a\xf0\x90\x80\x82='\xf0\x9f\x98\x80&amp;\xf0\x9f\x98\x81'><!--\xf0\x9f\x98\x80-->"
+      "<?p\xf0\x90\x80\x83 \xf0\x9f\x98\x80?><![CDATA[\xf0\x9f\x98\x80]]>"
+      "\xf0\x9f\x98\x80&lt;\xf4\x8f\xbf\xbd</\xf0\x90\x80\x80:e\xf0\x90\x80\x81>",
       // Declarations: default, prefixed, a value that needs other quotes, and
       // subtrees that use declarations of their ancestors.
       "<r xmlns='urn:d' xmlns:p='q\"x' xmlns:s=\"it's\" xmlns:xml="
