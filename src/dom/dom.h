@@ -331,6 +331,10 @@ void FailDocumentCreate(int count);
 // The node's text as the engine's serialiser writes it: the reference that
 // Node::get_xml must match byte for byte.
 int EngineXml(const Node& node, std::string& out);
+// The text of the whole document node belongs to, copied into the library's
+// own model and written by that model's serialiser; kFalse when the model
+// can't hold the document.
+int ModelXml(const Node& node, AboveBmp form, std::string& out);
 }  // namespace testing
 
 }  // namespace tk::dom

@@ -1,0 +1,122 @@
+// The library's own document model: the nodes of one document as compact
+// records in one array, names interned once per document, text in chunks
+// owned by the document. No allocation per node.
+//
+// A record is 32 bytes whatever its kind. Links are indexes into the array
+// (0 is "none"), so a document holds up to 2^32 - 1 nodes. The children of a
+// node are a list through `next`; the first child's `prev` is the last child,
+// so appending costs the same at any length.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace tk::dom::model {
+
+using NodeRef = uint32_t;  // a record of the store; 0 is none
+using NameRef = uint32_t;  // a name of the store's table; 0 is none
+
+enum class Kind : uint8_t {
+  kNone = 0,
+  kElement = 1,
+  kAttribute = 2,
+  kText = 3,
+  kCData = 4,
+  kProcessingInstruction = 7,
+  kComment = 8,
+  kDocument = 9,
+  kDeclaration = 18,  // a namespace declaration, kept among the attributes
+};
+
+// Text the record points at: where it lies and how long it is.
+struct Slice {
+  const char* data;
+  uint32_t size;
+  std::string_view view() const { return {data, size}; }
+};
+
+struct Record {
+  Kind kind = Kind::kNone;
+  uint8_t flags = 0;  // kUnescaped for text a transformation asked to keep as it is
+  uint16_t spare = 0;
+  NodeRef parent = 0;
+  NodeRef prev = 0;  // of the first child: the last child
+  NodeRef next = 0;
+  union {
+    struct {
+      NodeRef first;    // first child
+      NameRef local;    // the name after the prefix (the whole name when unbound)
+      NodeRef ns;       // the declaration the prefix is bound to, or 0
+      NodeRef attributes;  // declarations first, then attributes, through `next`
+    } element;
+    struct {
+      const char* data;  // text, CDATA, comment; data of a processing instruction
+      uint32_t size;
+      NameRef target;  // a processing instruction's target
+    } leaf;
+    struct {
+      const char* data;  // the value
+      uint32_t size;
+      NameRef local;
+    } attribute;  // its declaration is in `prev`
+    struct {
+      NameRef prefix;  // 0 for the default namespace
+      NameRef href;
+    } declaration;
+  } u{};
+};
+static_assert(sizeof(Record) == 32, "records stay 32 bytes");
+
+inline std::string_view LeafText(const Record& r) { return {r.u.leaf.data, r.u.leaf.size}; }
+inline std::string_view Value(const Record& r) { return {r.u.attribute.data, r.u.attribute.size}; }
+
+constexpr uint8_t kUnescaped = 1;  // text written as it is, unescaped
+constexpr uint8_t kNoData = 2;     // a comment or instruction without text (not empty text)
+
+class Store {
+ public:
+  Store();
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+
+  // The document node, the parent of everything at the top.
+  static constexpr NodeRef kDocumentRecord = 1;
+
+  Record& at(NodeRef ref) { return m_records[ref]; }
+  const Record& at(NodeRef ref) const { return m_records[ref]; }
+  size_t recordCount() const { return m_records.size() - 1; }
+
+  // A new record of the kind, in no list yet.
+  NodeRef make(Kind kind);
+  // Appends child at the end of parent's children.
+  void appendChild(NodeRef parent, NodeRef child);
+  // Appends an attribute or declaration at the end of the element's list.
+  void appendAttribute(NodeRef element, NodeRef attribute);
+  // The last child of parent, or 0.
+  NodeRef lastChild(NodeRef parent) const;
+
+  // The name's one copy in the table (the same ref for the same bytes).
+  NameRef intern(std::string_view name);
+  std::string_view name(NameRef ref) const { return m_names[ref]; }
+  // A copy of text in the store's chunks, followed by a NUL.
+  Slice keep(std::string_view text);
+
+  // Bytes the store holds: records, names, text chunks.
+  size_t bytes() const;
+
+ private:
+  std::vector<Record> m_records;
+  std::vector<std::string_view> m_names;  // [0] is the empty name
+  std::unordered_map<std::string_view, NameRef> m_nameIndex;
+  std::vector<std::unique_ptr<char[]>> m_chunks;
+  std::vector<size_t> m_chunkSizes;
+  char* m_free = nullptr;  // the unused tail of the newest regular chunk
+  size_t m_freeSize = 0;
+  size_t m_textBytes = 0;
+};
+
+}  // namespace tk::dom::model
