@@ -335,6 +335,11 @@ int EngineXml(const Node& node, std::string& out);
 // own model and written by that model's serialiser; kFalse when the model
 // can't hold the document.
 int ModelXml(const Node& node, AboveBmp form, std::string& out);
+// The text of the document the bytes hold, built into the library's own model
+// from the engine's events and written by the model's serialiser: kOk, kFalse
+// when the builder leaves the document to the engine's tree, or the load's
+// failure.
+int BuiltModelXml(const char* data, size_t length, AboveBmp form, std::string& out);
 }  // namespace testing
 
 }  // namespace tk::dom

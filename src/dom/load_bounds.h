@@ -61,6 +61,13 @@ class LoadGuard {
   State* m_state;
 };
 
+// The checks of one element start: a namespace name the export could not
+// write back, too many distinct names, and what defaults and declarations
+// add. False when one failed and the parse was stopped.
+bool ElementWithinBounds(xmlParserCtxtPtr ctxt, const xmlChar* localname, const xmlChar* prefix,
+                         int namespaceCount, const xmlChar** namespaces, int attributeCount,
+                         int defaultedCount, const xmlChar** attributes);
+
 // Negative codes of parse errors: the engine's error number in the low bits.
 int32_t ParseErrorCode(int engineCode);
 // Where the parse running on this thread keeps its first fatal error, or null.

@@ -149,12 +149,24 @@ void StartElementInRuns(xmlParserCtxtPtr ctxt, const xmlChar* localname, const x
   }
 }
 
-// The engine's element start, refusing a namespace declaration whose value
-// the export could not write back, and counting what defaults added.
+// The engine's element start, within the bounds.
 void StartElementBounded(void* context, const xmlChar* localname, const xmlChar* prefix,
                          const xmlChar* uri, int namespaceCount, const xmlChar** namespaces,
                          int attributeCount, int defaultedCount, const xmlChar** attributes) {
   auto* ctxt = static_cast<xmlParserCtxtPtr>(context);
+  if (!ElementWithinBounds(ctxt, localname, prefix, namespaceCount, namespaces, attributeCount,
+                           defaultedCount, attributes)) {
+    return;
+  }
+  StartElementInRuns(ctxt, localname, prefix, uri, namespaceCount, namespaces, attributeCount,
+                     defaultedCount, attributes);
+}
+
+}  // namespace
+
+bool ElementWithinBounds(xmlParserCtxtPtr ctxt, const xmlChar* localname, const xmlChar* prefix,
+                         int namespaceCount, const xmlChar** namespaces, int attributeCount,
+                         int defaultedCount, const xmlChar** attributes) {
   auto name = [&]() {
     std::string qname = prefix != nullptr ? std::string(C(prefix)) + ":" : std::string();
     return qname + C(localname);
@@ -163,10 +175,10 @@ void StartElementBounded(void* context, const xmlChar* localname, const xmlChar*
     const xmlChar* href = namespaces[2 * i + 1];
     if (href != nullptr && !IsWritableNamespaceUri(C(href))) {
       StopParse(ctxt, "Element " + name() + " declares a namespace name with '&', '<' or a line break\n");
-      return;
+      return false;
     }
   }
-  if (TooManyNames(ctxt)) return;
+  if (TooManyNames(ctxt)) return false;
   LoadGuard::State* state = t_guard;
   if (state != nullptr && state->ctxt == ctxt && (defaultedCount > 0 || namespaceCount > 0)) {
     // A defaulted attribute costs its value and a node: count the node as
@@ -183,13 +195,10 @@ void StartElementBounded(void* context, const xmlChar* localname, const xmlChar*
       const xmlChar* href = namespaces[2 * i + 1];
       added += (href != nullptr ? std::strlen(C(href)) : 0) + kNodeCost;
     }
-    if (!Produce(*state, added)) return;
+    if (!Produce(*state, added)) return false;
   }
-  StartElementInRuns(ctxt, localname, prefix, uri, namespaceCount, namespaces, attributeCount,
-                     defaultedCount, attributes);
+  return true;
 }
-
-}  // namespace
 
 void StopParse(xmlParserCtxtPtr ctxt, std::string reason) {
   ParseError* first = FirstFatalError();

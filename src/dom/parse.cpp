@@ -19,6 +19,8 @@
 
 #include "dom/document_object.h"
 #include "dom/load_bounds.h"
+#include "dom/model/sax_builder.h"
+#include "dom/model/write.h"
 #include "dom/surrogates.h"
 
 namespace tk::dom {
@@ -33,6 +35,8 @@ constexpr size_t kMaxDocument = static_cast<size_t>(INT_MAX);
 struct ParseResult {
   xmlDocPtr doc = nullptr;
   ParseError error;
+  bool built = false;         // a builder of the own model built the tree
+  bool leftToEngine = false;  // that builder left the document to the engine's tree
 };
 
 struct ContextCloser {
@@ -97,7 +101,10 @@ ParseResult TooLarge(const std::string& url) {
   return result;
 }
 
-ParseResult ParseBytes(const char* data, size_t length, const std::string& url) {
+// The bytes parsed into the engine's tree, or, when builder is given, into
+// the store it builds.
+ParseResult ParseBytes(const char* data, size_t length, const std::string& url,
+                       model::SaxBuilder* builder = nullptr) {
   ParseResult result;
   result.error.url = url;
   if (length % 2 != 0 && LooksLikeUtf16(data, length)) {
@@ -142,7 +149,17 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url) 
   if (!url.empty() && ctxt->input != nullptr && ctxt->input->filename == nullptr) {
     ctxt->input->filename = reinterpret_cast<char*>(xmlStrdup(X(url.c_str())));
   }
+  if (builder != nullptr) builder->install(ctxt.get());
   xmlParseDocument(ctxt.get());
+  if (builder != nullptr && builder->leftToEngine()) {
+    result.leftToEngine = true;
+    return result;
+  }
+  if (builder != nullptr && ctxt->wellFormed && first.errorCode == 0) {
+    builder->finish();
+    result.built = true;
+    return result;
+  }
   if (ctxt->wellFormed && ctxt->myDoc != nullptr && first.errorCode == 0) {
     result.doc = ctxt->myDoc;
     ctxt->myDoc = nullptr;
@@ -259,5 +276,21 @@ int Document::loadFile(int fd, const char* url) {
   if (tooLarge) return Finish(m_object, TooLarge(url));
   return Finish(m_object, ParseBytes(bytes.data(), bytes.size(), url));
 }
+
+namespace testing {
+
+int BuiltModelXml(const char* data, size_t length, AboveBmp form, std::string& out) {
+  EnsureEngine();
+  model::Store store;
+  model::SaxBuilder builder(store);
+  const ParseResult result = ParseBytes(data, length, std::string(), &builder);
+  if (result.leftToEngine) return kFalse;
+  if (!result.built) return result.error.errorCode != 0 ? result.error.errorCode : kFail;
+  out.clear();
+  model::WriteXml(store, model::Store::kDocumentRecord, form, out);
+  return kOk;
+}
+
+}  // namespace testing
 
 }  // namespace tk::dom
