@@ -1,5 +1,6 @@
 #include "common.h"
 
+#include <libxml/parserInternals.h>  // xmlCreateMemoryParserCtxt
 #include <libxml/xmlIO.h>
 #include <libxslt/xslt.h>
 #include <stdlib.h>
@@ -167,6 +168,26 @@ bool Ok(benchmark::State& state, int rc, const char* what) {
 
 std::string Failure(const char* what, int rc) {
   return rc == 0 ? std::string() : std::string(what) + " returned " + std::to_string(rc);
+}
+
+bool SaxParse(const std::string& text) {
+  static xmlSAXHandler empty = [] {
+    xmlSAXHandler handler;
+    std::memset(&handler, 0, sizeof handler);
+    handler.initialized = XML_SAX2_MAGIC;
+    return handler;
+  }();
+  xmlParserCtxtPtr ctxt = xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size()));
+  if (ctxt == nullptr) return false;
+  xmlCtxtUseOptions(ctxt, kDomParseOptions);
+  xmlSAXHandlerPtr own = ctxt->sax;
+  ctxt->sax = &empty;
+  ctxt->userData = nullptr;
+  xmlParseDocument(ctxt);
+  const bool ok = ctxt->wellFormed != 0;
+  ctxt->sax = own;
+  xmlFreeParserCtxt(ctxt);
+  return ok;
 }
 
 xmlDocPtr ParseWithDomOptions(const std::string& text) {

@@ -98,6 +98,10 @@ void Repeat(benchmark::State& state, Step step) {
 
 // libxml2 helpers for the raw peer.
 xmlDocPtr ParseWithDomOptions(const std::string& text);
+
+// libxml2's tokenizer on its SAX2 path with every callback empty: the cost
+// of reading the bytes with no tree built. Same options as the tree parse.
+bool SaxParse(const std::string& text);
 // The first element child of parent named name, as the library's path walk
 // finds it (first match, exact comparison).
 xmlNodePtr FirstChildElement(xmlNodePtr parent, const char* name);

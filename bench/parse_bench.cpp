@@ -24,28 +24,6 @@ void SetBytes(benchmark::State& state, size_t bytes) {
   state.counters["doc_bytes"] = static_cast<double>(bytes);
 }
 
-// libxml2's tokenizer on its SAX2 path with every callback empty: the cost
-// of reading the bytes with no tree built. Same options as the tree parse.
-bool SaxParse(const std::string& text) {
-  static xmlSAXHandler empty = [] {
-    xmlSAXHandler handler;
-    std::memset(&handler, 0, sizeof handler);
-    handler.initialized = XML_SAX2_MAGIC;
-    return handler;
-  }();
-  xmlParserCtxtPtr ctxt = xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size()));
-  if (ctxt == nullptr) return false;
-  xmlCtxtUseOptions(ctxt, kDomParseOptions);
-  xmlSAXHandlerPtr own = ctxt->sax;
-  ctxt->sax = &empty;
-  ctxt->userData = nullptr;
-  xmlParseDocument(ctxt);
-  const bool ok = ctxt->wellFormed != 0;
-  ctxt->sax = own;
-  xmlFreeParserCtxt(ctxt);
-  return ok;
-}
-
 void RegisterMemoryParse(const DocSpec& spec) {
   Register("parse_memory", spec, "treekeeper", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);

@@ -33,24 +33,25 @@ class Scanner {
       const void* lt = std::memchr(m_text.data() + at, '<', m_text.size() - at);
       if (lt == nullptr) break;
       at = static_cast<size_t>(static_cast<const char*>(lt) - m_text.data());
-      if (StartsWith(at, "<!--")) {
-        at = After(at + 4, "-->");
-      } else if (StartsWith(at, "<![CDATA[")) {
-        at = After(at + 9, "]]>");
-      } else if (StartsWith(at, "<!DOCTYPE")) {
-        at = SkipDoctype(at + 9);
-      } else if (StartsWith(at, "<?")) {
-        at = After(at + 2, "?>");
-      } else if (StartsWith(at, "</")) {
+      const char next = at + 1 < m_text.size() ? m_text[at + 1] : '\0';
+      if (next == '/') {
         if (!m_scopes.empty()) {
           m_inScope -= m_scopes.back();
           m_scopes.pop_back();
         }
         at += 2;
-      } else if (StartsWith(at, "<!")) {
+      } else if (next == '?') {
+        at = After(at + 2, "?>");
+      } else if (next != '!') {
+        if (StartTag(at)) return true;
+      } else if (StartsWith(at, "<!--")) {
+        at = After(at + 4, "-->");
+      } else if (StartsWith(at, "<![CDATA[")) {
+        at = After(at + 9, "]]>");
+      } else if (StartsWith(at, "<!DOCTYPE")) {
+        at = SkipDoctype(at + 9);
+      } else {  // another "<!", the engine's to read or refuse
         at += 2;
-      } else if (StartTag(at)) {
-        return true;
       }
     }
     return false;
@@ -149,7 +150,7 @@ class Scanner {
       }
       const std::string_view name = m_text.substr(nameStart, pos - nameStart);
       ++attributes;
-      if (name == "xmlns" || name.substr(0, 6) == "xmlns:") ++declarations;
+      if (name[0] == 'x' && (name == "xmlns" || name.substr(0, 6) == "xmlns:")) ++declarations;
       pos = SkipSpace(pos);
       if (pos < m_text.size() && m_text[pos] == '=') {
         pos = SkipSpace(pos + 1);

@@ -281,6 +281,7 @@ namespace testing {
 
 int BuiltModelXml(const char* data, size_t length, AboveBmp form, std::string& out) {
   EnsureEngine();
+  QuietEngine quiet;
   model::Store store;
   model::SaxBuilder builder(store);
   const ParseResult result = ParseBytes(data, length, std::string(), &builder);
@@ -288,6 +289,18 @@ int BuiltModelXml(const char* data, size_t length, AboveBmp form, std::string& o
   if (!result.built) return result.error.errorCode != 0 ? result.error.errorCode : kFail;
   out.clear();
   model::WriteXml(store, model::Store::kDocumentRecord, form, out);
+  return kOk;
+}
+
+int BuildModel(const char* data, size_t length, size_t& bytes) {
+  EnsureEngine();
+  QuietEngine quiet;
+  model::Store store;
+  model::SaxBuilder builder(store);
+  const ParseResult result = ParseBytes(data, length, std::string(), &builder);
+  if (result.leftToEngine) return kFalse;
+  if (!result.built) return result.error.errorCode != 0 ? result.error.errorCode : kFail;
+  bytes = store.bytes();
   return kOk;
 }
 

@@ -98,6 +98,11 @@ TEST(DomModel, WritesWhatTheEngineTreeWrites) {
       "<?p\xf0\x90\x80\x83 \xf0\x9f\x98\x80?>\xf4\x8f\xbf\xbd</\xf0\x90\x80\x80:e>",
   };
   for (const std::string& xml : documents) EXPECT_EQ(Compare(xml, xml), 1) << xml;
+  // Texts that arrive in many pieces and outgrow the room they started in.
+  std::string pieces = "<r><a>";
+  for (int i = 0; i < 30000; ++i) pieces += "text &amp; more &#x1F600; ";
+  pieces += "</a><b><![CDATA[" + std::string(300000, 'c') + "]]></b>x</r>";
+  EXPECT_EQ(Compare(pieces, "long texts"), 1);
   int loaded = 0;
   for (const fs::path& file : Documents()) {
     std::ifstream in(file, std::ios::binary);

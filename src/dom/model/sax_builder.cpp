@@ -34,6 +34,8 @@ SaxBuilder& SaxBuilder::Of(void*) { return *t_builder; }
 void SaxBuilder::install(xmlParserCtxtPtr ctxt) {
   m_ctxt = ctxt;
   t_builder = this;
+  // The parser refuses to open more than this many elements.
+  m_standIns.reserve(static_cast<size_t>(xmlParserMaxDepth) + 2);
   xmlSAXHandler* sax = ctxt->sax;
   sax->startElementNs = StartElement;
   sax->endElementNs = EndElement;
@@ -90,6 +92,7 @@ void SaxBuilder::CData(void* context, const xmlChar* text, int length) {
 
 void SaxBuilder::Comment(void* context, const xmlChar* text) {
   SaxBuilder& self = Of(context);
+  self.flushText();  // nothing else is kept while text is open
   const NodeRef ref = self.m_store.make(Kind::kComment);
   const Slice kept = self.m_store.keep(View(text));
   self.m_store.at(ref).u.leaf.data = kept.data;
@@ -99,8 +102,9 @@ void SaxBuilder::Comment(void* context, const xmlChar* text) {
 
 void SaxBuilder::Instruction(void* context, const xmlChar* target, const xmlChar* data) {
   SaxBuilder& self = Of(context);
+  self.flushText();
   const NodeRef ref = self.m_store.make(Kind::kProcessingInstruction);
-  const NameRef name = self.m_store.intern(View(target));
+  const NameRef name = self.nameOf(target);
   const Slice kept = self.m_store.keep(data == nullptr ? std::string_view() : View(data));
   Record& record = self.m_store.at(ref);
   record.u.leaf.target = name;
@@ -121,6 +125,19 @@ void SaxBuilder::InternalSubset(void* context, const xmlChar*, const xmlChar*, c
 void SaxBuilder::StartDocument(void*) {}
 void SaxBuilder::EndDocument(void*) {}
 
+NameRef SaxBuilder::nameOf(const xmlChar* name) {
+  // Names lie a few bytes apart in the dictionary: the address is mixed
+  // before its top bits pick the slot.
+  const uint64_t mixed = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(name)) *
+                         0x9E3779B97F4A7C15ull;
+  CachedName& slot = m_names[mixed >> 56];
+  if (slot.address != name) {
+    slot.address = name;
+    slot.ref = m_store.intern(View(name));
+  }
+  return slot.ref;
+}
+
 void SaxBuilder::showChild(Kind kind) {
   xmlNode& standIn = m_standIns.back();
   xmlNode* child = kind == Kind::kText ? &g_textChild : &g_otherChild;
@@ -140,12 +157,11 @@ void SaxBuilder::leaf(Kind kind, NodeRef ref) {
 
 void SaxBuilder::flushText() {
   if (m_pending == 0) return;
-  const Slice kept = m_store.keep(m_text);
+  const Slice kept = m_store.closeText();
   Record& record = m_store.at(m_pending);
   record.u.leaf.data = kept.data;
   record.u.leaf.size = kept.size;
   m_pending = 0;
-  m_text.clear();
 }
 
 void SaxBuilder::text(Kind kind, const xmlChar* text, int length) {
@@ -153,18 +169,19 @@ void SaxBuilder::text(Kind kind, const xmlChar* text, int length) {
   if (m_pending != 0 && m_store.at(m_pending).kind == kind) {
     // The engine refuses to grow one text node past its limit, as if memory
     // had run out; its own tree path says so.
-    if (m_text.size() + static_cast<size_t>(length) > XML_MAX_TEXT_LENGTH &&
+    if (m_store.openTextSize() + static_cast<size_t>(length) > XML_MAX_TEXT_LENGTH &&
         (m_ctxt->options & XML_PARSE_HUGE) == 0) {
       giveUp();
       return;
     }
-    m_text.append(C(text), static_cast<size_t>(length));
+    m_store.addText(std::string_view(C(text), static_cast<size_t>(length)));
     return;
   }
   flushText();
   m_pending = m_store.make(kind);
   m_store.appendChild(m_open.back().element, m_pending);
-  m_text.assign(C(text), static_cast<size_t>(length));
+  m_store.openText();
+  m_store.addText(std::string_view(C(text), static_cast<size_t>(length)));
   showChild(kind);
 }
 
@@ -195,6 +212,10 @@ void SaxBuilder::startElement(const xmlChar* localname, const xmlChar* prefix, c
                               int namespaceCount, const xmlChar** namespaces, int attributeCount,
                               const xmlChar** attributes) {
   flushText();
+  if (m_standIns.size() == m_standIns.capacity()) {  // deeper than the parser goes
+    giveUp();
+    return;
+  }
   m_standIns.emplace_back();
   xmlNode& standIn = m_standIns.back();
   std::memset(&standIn, 0, sizeof standIn);
@@ -220,20 +241,19 @@ void SaxBuilder::startElement(const xmlChar* localname, const xmlChar* prefix, c
     qualified += View(localname);
     local = m_store.intern(qualified);
   } else {
-    local = m_store.intern(View(localname));
+    local = nameOf(localname);
   }
   m_store.at(element).u.element.local = local;
   m_store.appendChild(parent, element);
   m_open.push_back(Open{element, 0});
 
-  const NameRef elementPrefix =
-      prefix != nullptr && uri != nullptr ? m_store.intern(View(prefix)) : 0;
+  const NameRef elementPrefix = prefix != nullptr && uri != nullptr ? nameOf(prefix) : 0;
   NodeRef ownBinding = 0;
   for (int i = 0; i < namespaceCount; ++i) {
     const xmlChar* declaredPrefix = namespaces[2 * i];
     const xmlChar* href = namespaces[2 * i + 1];
     const NodeRef declaration = m_store.make(Kind::kDeclaration);
-    const NameRef prefixRef = declaredPrefix == nullptr ? 0 : m_store.intern(View(declaredPrefix));
+    const NameRef prefixRef = declaredPrefix == nullptr ? 0 : nameOf(declaredPrefix);
     const NameRef hrefRef = m_store.intern(href == nullptr ? std::string_view() : View(href));
     Record& record = m_store.at(declaration);
     record.u.declaration.prefix = prefixRef;
@@ -271,11 +291,10 @@ void SaxBuilder::startElement(const xmlChar* localname, const xmlChar* prefix, c
       qualified += View(a[0]);
       name = m_store.intern(qualified);
     } else {
-      name = m_store.intern(View(a[0]));
+      name = nameOf(a[0]);
       if (a[1] != nullptr) {
-        binding = std::strcmp(C(a[1]), "xml") == 0
-                      ? xmlDeclaration()
-                      : lookup(element, m_store.intern(View(a[1])));
+        binding = std::strcmp(C(a[1]), "xml") == 0 ? xmlDeclaration()
+                                                   : lookup(element, nameOf(a[1]));
         if (binding == 0) {
           giveUp();
           return;

@@ -11,8 +11,9 @@
 
 #include <libxml/parser.h>
 
-#include <deque>
+#include <array>
 #include <string>
+#include <vector>
 
 #include "dom/model/store.h"
 
@@ -69,14 +70,23 @@ class SaxBuilder {
   NodeRef xmlDeclaration();
   // Shows the parser the shape the engine's tree has at the open element.
   void showChild(Kind kind);
+  // The name the parser's dictionary holds at `name`, interned: the parser
+  // gives each distinct name one address, so most lookups compare it alone.
+  NameRef nameOf(const xmlChar* name);
 
   Store& m_store;
   xmlParserCtxtPtr m_ctxt = nullptr;
-  std::deque<Open> m_open;
-  std::deque<xmlNode> m_standIns;  // one per open element, as the parser sees it
-  // Text and CDATA arrive in pieces; the record waits for the whole.
+  std::vector<Open> m_open;
+  // One per open element, as the parser sees it: it keeps their addresses,
+  // so the vector never grows past what it reserved (the depth bound).
+  std::vector<xmlNode> m_standIns;
+  struct CachedName {
+    const xmlChar* address = nullptr;
+    NameRef ref = 0;
+  };
+  std::array<CachedName, 256> m_names{};
+  // Text and CDATA arrive in pieces, kept open in the store until whole.
   NodeRef m_pending = 0;
-  std::string m_text;
   NodeRef m_xml = 0;  // the declaration of the xml prefix, made when first used
   bool m_leftToEngine = false;
 };

@@ -1,5 +1,6 @@
 #include "dom/model/store.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace tk::dom::model {
@@ -12,25 +13,30 @@ constexpr size_t kChunk = size_t{64} << 10;
 }  // namespace
 
 Store::Store() {
-  m_records.resize(2);  // [0] is no node, [1] the document
-  m_records[kDocumentRecord].kind = Kind::kDocument;
+  make(Kind::kNone);  // [0] is no node
+  make(Kind::kDocument);
   m_names.emplace_back();
 }
 
 NodeRef Store::make(Kind kind) {
-  m_records.emplace_back();
-  m_records.back().kind = kind;
-  return static_cast<NodeRef>(m_records.size() - 1);
+  if ((m_count & kBlockMask) == 0) {
+    m_blocks.emplace_back(new Record[size_t{1} << kBlockShift]);
+  }
+  const auto ref = static_cast<NodeRef>(m_count++);
+  Record& record = at(ref);
+  record = Record();
+  record.kind = kind;
+  return ref;
 }
 
 NodeRef Store::lastChild(NodeRef parent) const {
-  const NodeRef first = m_records[parent].u.element.first;
-  return first == 0 ? 0 : m_records[first].prev;
+  const NodeRef first = at(parent).u.element.first;
+  return first == 0 ? 0 : at(first).prev;
 }
 
 void Store::appendChild(NodeRef parent, NodeRef child) {
-  Record& p = m_records[parent];
-  Record& c = m_records[child];
+  Record& p = at(parent);
+  Record& c = at(child);
   c.parent = parent;
   c.next = 0;
   if (p.u.element.first == 0) {
@@ -38,18 +44,18 @@ void Store::appendChild(NodeRef parent, NodeRef child) {
     c.prev = child;
     return;
   }
-  Record& first = m_records[p.u.element.first];
-  m_records[first.prev].next = child;
+  Record& first = at(p.u.element.first);
+  at(first.prev).next = child;
   c.prev = first.prev;
   first.prev = child;
 }
 
 void Store::appendAttribute(NodeRef element, NodeRef attribute) {
-  Record& a = m_records[attribute];
+  Record& a = at(attribute);
   a.parent = element;
   a.next = 0;
-  NodeRef* link = &m_records[element].u.element.attributes;
-  while (*link != 0) link = &m_records[*link].next;
+  NodeRef* link = &at(element).u.element.attributes;
+  while (*link != 0) link = &at(*link).next;
   *link = attribute;
 }
 
@@ -71,12 +77,7 @@ Slice Store::keep(std::string_view text) {
     m_chunkSizes.push_back(need);
     place = m_chunks.back().get();
   } else {
-    if (need > m_freeSize) {
-      m_chunks.emplace_back(new char[kChunk]);
-      m_chunkSizes.push_back(kChunk);
-      m_free = m_chunks.back().get();
-      m_freeSize = kChunk;
-    }
+    if (need > m_freeSize) newChunk(kChunk);
     place = m_free;
     m_free += need;
     m_freeSize -= need;
@@ -87,10 +88,43 @@ Slice Store::keep(std::string_view text) {
   return Slice{place, static_cast<uint32_t>(text.size())};
 }
 
+void Store::newChunk(size_t size) {
+  m_chunks.emplace_back(new char[size]);
+  m_chunkSizes.push_back(size);
+  m_free = m_chunks.back().get();
+  m_freeSize = size;
+}
+
+void Store::openText() { m_openSize = 0; }
+
+void Store::addText(std::string_view piece) {
+  const size_t need = m_openSize + piece.size() + 1;
+  if (need > m_freeSize) {
+    // Room for the text twice over, so that a long text moves only a few
+    // times; the tail left behind takes later small texts.
+    const char* const from = m_free;
+    newChunk(std::max(kChunk, 2 * need));
+    if (m_openSize != 0) std::memcpy(m_free, from, m_openSize);
+  }
+  std::memcpy(m_free + m_openSize, piece.data(), piece.size());
+  m_openSize += piece.size();
+}
+
+Slice Store::closeText() {
+  if (m_freeSize == 0) newChunk(kChunk);
+  m_free[m_openSize] = '\0';
+  const Slice text{m_free, static_cast<uint32_t>(m_openSize)};
+  m_free += m_openSize + 1;
+  m_freeSize -= m_openSize + 1;
+  m_textBytes += m_openSize + 1;
+  m_openSize = 0;
+  return text;
+}
+
 size_t Store::bytes() const {
   size_t chunks = 0;
   for (size_t size : m_chunkSizes) chunks += size;
-  return m_records.capacity() * sizeof(Record) + chunks +
+  return m_blocks.size() * (sizeof(Record) << kBlockShift) + chunks +
          m_names.capacity() * sizeof(std::string_view) +
          m_nameIndex.size() * (sizeof(std::string_view) + sizeof(NameRef) + 2 * sizeof(void*));
 }

@@ -86,9 +86,9 @@ class Store {
   // The document node, the parent of everything at the top.
   static constexpr NodeRef kDocumentRecord = 1;
 
-  Record& at(NodeRef ref) { return m_records[ref]; }
-  const Record& at(NodeRef ref) const { return m_records[ref]; }
-  size_t recordCount() const { return m_records.size() - 1; }
+  Record& at(NodeRef ref) { return m_blocks[ref >> kBlockShift][ref & kBlockMask]; }
+  const Record& at(NodeRef ref) const { return m_blocks[ref >> kBlockShift][ref & kBlockMask]; }
+  size_t recordCount() const { return m_count - 1; }
 
   // A new record of the kind, in no list yet.
   NodeRef make(Kind kind);
@@ -104,18 +104,32 @@ class Store {
   std::string_view name(NameRef ref) const { return m_names[ref]; }
   // A copy of text in the store's chunks, followed by a NUL.
   Slice keep(std::string_view text);
+  // Text that arrives in pieces, kept as it comes: the pieces are written
+  // where the text will stay (moved once to a larger chunk when they outgrow
+  // the room left). No other text may be kept until it is closed.
+  void openText();
+  void addText(std::string_view piece);
+  size_t openTextSize() const { return m_openSize; }
+  Slice closeText();
 
   // Bytes the store holds: records, names, text chunks.
   size_t bytes() const;
 
  private:
-  std::vector<Record> m_records;
+  void newChunk(size_t size);
+  // Records live in blocks that never move, so a growing document copies
+  // none of them.
+  static constexpr unsigned kBlockShift = 12;
+  static constexpr NodeRef kBlockMask = (NodeRef{1} << kBlockShift) - 1;
+  std::vector<std::unique_ptr<Record[]>> m_blocks;
+  size_t m_count = 0;  // records made, [0] included
   std::vector<std::string_view> m_names;  // [0] is the empty name
   std::unordered_map<std::string_view, NameRef> m_nameIndex;
   std::vector<std::unique_ptr<char[]>> m_chunks;
   std::vector<size_t> m_chunkSizes;
   char* m_free = nullptr;  // the unused tail of the newest regular chunk
   size_t m_freeSize = 0;
+  size_t m_openSize = 0;  // bytes of the open text, at m_free
   size_t m_textBytes = 0;
 };
 
