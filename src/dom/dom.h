@@ -340,6 +340,9 @@ int ModelXml(const Node& node, AboveBmp form, std::string& out);
 // when the builder leaves the document to the engine's tree, or the load's
 // failure.
 int BuiltModelXml(const char* data, size_t length, AboveBmp form, std::string& out);
+// The document node belongs to, copied into the model and from the model
+// into a new engine tree, as the engine's serialiser writes that tree.
+int RoundTripXml(const Node& node, std::string& out);
 // Builds the model of the bytes and lets it go; bytes receives what it held.
 int BuildModel(const char* data, size_t length, size_t& bytes);
 }  // namespace testing

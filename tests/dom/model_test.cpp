@@ -81,6 +81,9 @@ int Compare(const std::string& bytes, const std::string& label) {
     if (status == kFalse) return 1;  // a tree the model leaves to the engine
     EXPECT_EQ(status, kOk) << label;
     ExpectSame(model, engine.view(), label, "copied");
+    if (form == AboveBmp::kFourBytes && testing::RoundTripXml(root, model) == kOk) {
+      ExpectSame(model, engine.view(), label, "given back to the engine");
+    }
   }
   return 1;
 }

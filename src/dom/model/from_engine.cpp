@@ -5,10 +5,13 @@
 #include <libxml/HTMLtree.h>
 #include <libxml/parserInternals.h>
 
+#include <memory>
 #include <unordered_map>
 
 #include "dom/internal.h"
+#include "dom/model/to_engine.h"
 #include "dom/model/write.h"
+#include "dom/xml_writer.h"
 
 namespace tk::dom::model {
 namespace {
@@ -165,6 +168,23 @@ int ModelXml(const Node& node, AboveBmp form, std::string& out) {
   if (!model::CopyDocument(raw->doc, store)) return kFalse;
   out.clear();
   model::WriteXml(store, model::Store::kDocumentRecord, form, out);
+  return kOk;
+}
+
+int RoundTripXml(const Node& node, std::string& out) {
+  const xmlNode* raw = NodeAccess::Raw(node);
+  if (raw == nullptr || raw->doc == nullptr) return kInvalidArg;
+  model::Store store;
+  if (!model::CopyDocument(raw->doc, store)) return kFalse;
+  const std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)> doc(model::ToEngineDocument(store),
+                                                         xmlFreeDoc);
+  if (!doc) return kFail;
+  out.clear();
+  for (xmlNodePtr child = FirstChild(reinterpret_cast<xmlNodePtr>(doc.get())); child != nullptr;
+       child = NextVisible(child)) {
+    if (child != FirstChild(reinterpret_cast<xmlNodePtr>(doc.get()))) out += '\n';
+    if (!WriteXml(child, {}, AboveBmp::kFourBytes, out)) return kFalse;
+  }
   return kOk;
 }
 
