@@ -279,29 +279,35 @@ int Document::loadFile(int fd, const char* url) {
 
 namespace testing {
 
-int BuiltModelXml(const char* data, size_t length, AboveBmp form, std::string& out) {
+namespace {
+
+// The model of the bytes, built from the engine's events.
+int Build(const char* data, size_t length, model::Store& store) {
   EnsureEngine();
   QuietEngine quiet;
-  model::Store store;
   model::SaxBuilder builder(store);
   const ParseResult result = ParseBytes(data, length, std::string(), &builder);
   if (result.leftToEngine) return kFalse;
   if (!result.built) return result.error.errorCode != 0 ? result.error.errorCode : kFail;
+  return kOk;
+}
+
+}  // namespace
+
+int BuiltModelXml(const char* data, size_t length, AboveBmp form, std::string& out) {
+  model::Store store;
+  const int status = Build(data, length, store);
+  if (status != kOk) return status;
   out.clear();
   model::WriteXml(store, model::Store::kDocumentRecord, form, out);
   return kOk;
 }
 
 int BuildModel(const char* data, size_t length, size_t& bytes) {
-  EnsureEngine();
-  QuietEngine quiet;
   model::Store store;
-  model::SaxBuilder builder(store);
-  const ParseResult result = ParseBytes(data, length, std::string(), &builder);
-  if (result.leftToEngine) return kFalse;
-  if (!result.built) return result.error.errorCode != 0 ? result.error.errorCode : kFail;
-  bytes = store.bytes();
-  return kOk;
+  const int status = Build(data, length, store);
+  if (status == kOk) bytes = store.bytes();
+  return status;
 }
 
 }  // namespace testing

@@ -113,4 +113,34 @@ inline size_t AppendFourByte(const unsigned char* p, size_t n, std::string& out)
   return 4;
 }
 
+template <unsigned char kinds>
+void AppendEscapedAs(const unsigned char* p, const unsigned char* end, std::string& out) {
+  while (true) {
+    const size_t run = PlainRun<kinds>(p, static_cast<size_t>(end - p));
+    out.append(reinterpret_cast<const char*>(p), run);
+    p += run;
+    if (p == end) return;
+    if (*p >= 0xF0) {
+      p += AppendFourByte(p, static_cast<size_t>(end - p), out);
+    } else {
+      out += Escape(*p);
+      ++p;
+    }
+  }
+}
+
+// Appends text with the escapes of its kind (kInText or kInValue), and with
+// pairs, each character above U+FFFF as its surrogate pair.
+inline void AppendEscaped(std::string_view text, unsigned char kind, bool pairs, std::string& out) {
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const auto* end = p + text.size();
+  if (kind == kInText) {
+    pairs ? AppendEscapedAs<kInText | kFourByteLead>(p, end, out)
+          : AppendEscapedAs<kInText>(p, end, out);
+  } else {
+    pairs ? AppendEscapedAs<kInValue | kFourByteLead>(p, end, out)
+          : AppendEscapedAs<kInValue>(p, end, out);
+  }
+}
+
 }  // namespace tk::dom::escape

@@ -45,8 +45,6 @@ class Writer {
     }
   }
   void escaped(const xmlChar* text, unsigned char kind);
-  template <unsigned char kinds>
-  void escapedAs(const unsigned char* p, const unsigned char* end);
   void attributeValue(const xmlAttr* attr);
   void attribute(const xmlAttr* attr);
   void declaration(const xmlNs* ns);
@@ -60,30 +58,8 @@ class Writer {
 };
 
 
-template <unsigned char kinds>
-void Writer::escapedAs(const unsigned char* p, const unsigned char* end) {
-  while (true) {
-    const size_t run = PlainRun<kinds>(p, static_cast<size_t>(end - p));
-    m_out.append(reinterpret_cast<const char*>(p), run);
-    p += run;
-    if (p == end) return;
-    if (*p >= 0xF0) {
-      p += AppendFourByte(p, static_cast<size_t>(end - p), m_out);
-    } else {
-      m_out += Escape(*p);
-      ++p;
-    }
-  }
-}
-
 void Writer::escaped(const xmlChar* text, unsigned char kind) {
-  const unsigned char* p = text;
-  const unsigned char* const end = p + std::strlen(reinterpret_cast<const char*>(text));
-  if (kind == kInText) {
-    m_pairs ? escapedAs<kInText | kFourByteLead>(p, end) : escapedAs<kInText>(p, end);
-  } else {
-    m_pairs ? escapedAs<kInValue | kFourByteLead>(p, end) : escapedAs<kInValue>(p, end);
-  }
+  AppendEscaped(std::string_view(Text(text)), kind, m_pairs, m_out);
 }
 
 void Writer::attributeValue(const xmlAttr* attr) {

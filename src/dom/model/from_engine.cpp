@@ -58,17 +58,17 @@ class Copier {
         ref = element(node);
         break;
       case XML_TEXT_NODE:
-        ref = leaf(Kind::kText, node->content);
+        ref = leaf(kText, node->content);
         if (node->name == xmlStringTextNoenc) m_store.at(ref).flags |= kUnescaped;
         break;
       case XML_CDATA_SECTION_NODE:
-        ref = leaf(Kind::kCData, node->content);
+        ref = leaf(kCData, node->content);
         break;
       case XML_COMMENT_NODE:
-        ref = leaf(Kind::kComment, node->content);
+        ref = leaf(kComment, node->content);
         break;
       case XML_PI_NODE:
-        ref = leaf(Kind::kProcessingInstruction, node->content);
+        ref = leaf(kProcessingInstruction, node->content);
         m_store.at(ref).u.leaf.target = m_store.intern(View(node->name));
         break;
       default:
@@ -88,10 +88,10 @@ class Copier {
   }
 
   NodeRef element(const xmlNode* node) {
-    const NodeRef ref = m_store.make(Kind::kElement);
+    const NodeRef ref = m_store.make(kElement);
     m_store.at(ref).u.element.local = m_store.intern(View(node->name));
     for (const xmlNs* ns = node->nsDef; ns != nullptr; ns = ns->next) {
-      const NodeRef declaration = m_store.make(Kind::kDeclaration);
+      const NodeRef declaration = m_store.make(kDeclaration);
       Record& record = m_store.at(declaration);
       record.u.declaration.prefix = ns->prefix == nullptr ? 0 : m_store.intern(View(ns->prefix));
       record.u.declaration.href = m_store.intern(View(ns->href));
@@ -112,7 +112,7 @@ class Copier {
       value += View(child->content);
     }
     const NodeRef declaration = bound(attr->ns);  // may grow the records
-    const NodeRef ref = m_store.make(Kind::kAttribute);
+    const NodeRef ref = m_store.make(kAttribute);
     const NameRef local = m_store.intern(View(attr->name));
     const Slice kept = m_store.keep(value);
     Record& record = m_store.at(ref);
@@ -130,7 +130,7 @@ class Copier {
     if (ns == nullptr) return 0;
     const auto found = m_declarations.find(ns);
     if (found != m_declarations.end()) return found->second;
-    const NodeRef declaration = m_store.make(Kind::kDeclaration);
+    const NodeRef declaration = m_store.make(kDeclaration);
     Record& record = m_store.at(declaration);
     record.u.declaration.prefix = ns->prefix == nullptr ? 0 : m_store.intern(View(ns->prefix));
     record.u.declaration.href = m_store.intern(View(ns->href));

@@ -81,29 +81,29 @@ void SaxBuilder::EndElement(void* context, const xmlChar*, const xmlChar*, const
 }
 
 void SaxBuilder::Characters(void* context, const xmlChar* text, int length) {
-  Of(context).text(Kind::kText, text, length);
+  Of(context).text(kText, text, length);
 }
 
 void SaxBuilder::DroppedBlanks(void*, const xmlChar*, int) {}
 
 void SaxBuilder::CData(void* context, const xmlChar* text, int length) {
-  Of(context).text(Kind::kCData, text, length);
+  Of(context).text(kCData, text, length);
 }
 
 void SaxBuilder::Comment(void* context, const xmlChar* text) {
   SaxBuilder& self = Of(context);
   self.flushText();  // nothing else is kept while text is open
-  const NodeRef ref = self.m_store.make(Kind::kComment);
+  const NodeRef ref = self.m_store.make(kComment);
   const Slice kept = self.m_store.keep(View(text));
   self.m_store.at(ref).u.leaf.data = kept.data;
   self.m_store.at(ref).u.leaf.size = kept.size;
-  self.leaf(Kind::kComment, ref);
+  self.leaf(kComment, ref);
 }
 
 void SaxBuilder::Instruction(void* context, const xmlChar* target, const xmlChar* data) {
   SaxBuilder& self = Of(context);
   self.flushText();
-  const NodeRef ref = self.m_store.make(Kind::kProcessingInstruction);
+  const NodeRef ref = self.m_store.make(kProcessingInstruction);
   const NameRef name = self.nameOf(target);
   const Slice kept = self.m_store.keep(data == nullptr ? std::string_view() : View(data));
   Record& record = self.m_store.at(ref);
@@ -111,7 +111,7 @@ void SaxBuilder::Instruction(void* context, const xmlChar* target, const xmlChar
   record.u.leaf.data = kept.data;
   record.u.leaf.size = kept.size;
   if (data == nullptr) record.flags |= kNoData;
-  self.leaf(Kind::kProcessingInstruction, ref);
+  self.leaf(kProcessingInstruction, ref);
 }
 
 // Only a reference to an entity nothing declared gets here, and the parse
@@ -140,7 +140,7 @@ NameRef SaxBuilder::nameOf(const xmlChar* name) {
 
 void SaxBuilder::showChild(Kind kind) {
   xmlNode& standIn = m_standIns.back();
-  xmlNode* child = kind == Kind::kText ? &g_textChild : &g_otherChild;
+  xmlNode* child = kind == kText ? &g_textChild : &g_otherChild;
   if (standIn.children == nullptr) standIn.children = child;
   standIn.last = child;
 }
@@ -187,7 +187,7 @@ void SaxBuilder::text(Kind kind, const xmlChar* text, int length) {
 
 NodeRef SaxBuilder::xmlDeclaration() {
   if (m_xml == 0) {
-    m_xml = m_store.make(Kind::kDeclaration);
+    m_xml = m_store.make(kDeclaration);
     const NameRef prefix = m_store.intern("xml");
     const NameRef href = m_store.intern(C(XML_XML_NAMESPACE));
     m_store.at(m_xml).u.declaration.prefix = prefix;
@@ -197,11 +197,11 @@ NodeRef SaxBuilder::xmlDeclaration() {
 }
 
 NodeRef SaxBuilder::lookup(NodeRef from, NameRef prefix) const {
-  for (NodeRef element = from; element != 0 && m_store.at(element).kind == Kind::kElement;
+  for (NodeRef element = from; element != 0 && m_store.at(element).kind == kElement;
        element = m_store.at(element).parent) {
     for (NodeRef a = m_store.at(element).u.element.attributes; a != 0; a = m_store.at(a).next) {
       const Record& record = m_store.at(a);
-      if (record.kind != Kind::kDeclaration) break;  // declarations come first
+      if (record.kind != kDeclaration) break;  // declarations come first
       if (record.u.declaration.prefix == prefix) return a;
     }
   }
@@ -233,7 +233,7 @@ void SaxBuilder::startElement(const xmlChar* localname, const xmlChar* prefix, c
     parentStandIn.last = &g_otherChild;
   }
 
-  const NodeRef element = m_store.make(Kind::kElement);
+  const NodeRef element = m_store.make(kElement);
   NameRef local;
   if (prefix != nullptr && uri == nullptr) {  // an unbound prefix stays in the name
     std::string qualified(View(prefix));
@@ -252,20 +252,13 @@ void SaxBuilder::startElement(const xmlChar* localname, const xmlChar* prefix, c
   for (int i = 0; i < namespaceCount; ++i) {
     const xmlChar* declaredPrefix = namespaces[2 * i];
     const xmlChar* href = namespaces[2 * i + 1];
-    const NodeRef declaration = m_store.make(Kind::kDeclaration);
+    const NodeRef declaration = m_store.make(kDeclaration);
     const NameRef prefixRef = declaredPrefix == nullptr ? 0 : nameOf(declaredPrefix);
     const NameRef hrefRef = m_store.intern(href == nullptr ? std::string_view() : View(href));
     Record& record = m_store.at(declaration);
     record.u.declaration.prefix = prefixRef;
     record.u.declaration.href = hrefRef;
-    record.parent = element;
-    Open& open = m_open.back();
-    if (open.lastAttribute == 0) {
-      m_store.at(element).u.element.attributes = declaration;
-    } else {
-      m_store.at(open.lastAttribute).next = declaration;
-    }
-    open.lastAttribute = declaration;
+    linkAttribute(declaration);
     if (uri != nullptr && declaredPrefix == prefix) ownBinding = declaration;
   }
   if (uri != nullptr) {
@@ -303,21 +296,25 @@ void SaxBuilder::startElement(const xmlChar* localname, const xmlChar* prefix, c
     }
     const Slice value = m_store.keep(
         std::string_view(C(a[3]), static_cast<size_t>(a[4] - a[3])));
-    const NodeRef attribute = m_store.make(Kind::kAttribute);
+    const NodeRef attribute = m_store.make(kAttribute);
     Record& record = m_store.at(attribute);
-    record.parent = element;
     record.prev = binding;
     record.u.attribute.local = name;
     record.u.attribute.data = value.data;
     record.u.attribute.size = value.size;
-    Open& open = m_open.back();
-    if (open.lastAttribute == 0) {
-      m_store.at(element).u.element.attributes = attribute;
-    } else {
-      m_store.at(open.lastAttribute).next = attribute;
-    }
-    open.lastAttribute = attribute;
+    linkAttribute(attribute);
   }
+}
+
+void SaxBuilder::linkAttribute(NodeRef ref) {
+  Open& open = m_open.back();
+  m_store.at(ref).parent = open.element;
+  if (open.lastAttribute == 0) {
+    m_store.at(open.element).u.element.attributes = ref;
+  } else {
+    m_store.at(open.lastAttribute).next = ref;
+  }
+  open.lastAttribute = ref;
 }
 
 void SaxBuilder::endElement() {

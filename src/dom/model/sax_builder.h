@@ -61,6 +61,8 @@ class SaxBuilder {
                     int namespaceCount, const xmlChar** namespaces, int attributeCount,
                     const xmlChar** attributes);
   void endElement();
+  // Appends a declaration or attribute to the open element's list.
+  void linkAttribute(NodeRef ref);
   void text(Kind kind, const xmlChar* text, int length);
   void leaf(Kind kind, NodeRef ref);
   void flushText();

@@ -13,8 +13,8 @@ constexpr size_t kChunk = size_t{64} << 10;
 }  // namespace
 
 Store::Store() {
-  make(Kind::kNone);  // [0] is no node
-  make(Kind::kDocument);
+  make(kNone);  // [0] is no node
+  make(kDocumentNode);
   m_names.emplace_back();
 }
 

@@ -15,22 +15,17 @@
 #include <unordered_map>
 #include <vector>
 
+#include "dom/dom.h"
+
 namespace tk::dom::model {
 
 using NodeRef = uint32_t;  // a record of the store; 0 is none
 using NameRef = uint32_t;  // a name of the store's table; 0 is none
 
-enum class Kind : uint8_t {
-  kNone = 0,
-  kElement = 1,
-  kAttribute = 2,
-  kText = 3,
-  kCData = 4,
-  kProcessingInstruction = 7,
-  kComment = 8,
-  kDocument = 9,
-  kDeclaration = 18,  // a namespace declaration, kept among the attributes
-};
+// What a record is: one of the DOM's node types (kElement, kText, ...), or a
+// namespace declaration, kept among the attributes.
+using Kind = uint8_t;
+inline constexpr Kind kDeclaration = 18;
 
 // Text the record points at: where it lies and how long it is.
 struct Slice {
@@ -40,7 +35,7 @@ struct Slice {
 };
 
 struct Record {
-  Kind kind = Kind::kNone;
+  Kind kind = kNone;
   uint8_t flags = 0;  // kUnescaped for text a transformation asked to keep as it is
   uint16_t spare = 0;
   NodeRef parent = 0;

@@ -21,20 +21,20 @@ class Converter {
     const Record& record = m_store.at(ref);
     xmlNodePtr node = nullptr;
     switch (record.kind) {
-      case Kind::kElement:
+      case kElement:
         node = element(record);
         break;
-      case Kind::kText:
+      case kText:
         node = xmlNewDocTextLen(m_doc, X(LeafText(record)), static_cast<int>(record.u.leaf.size));
         if (node != nullptr && (record.flags & kUnescaped) != 0) node->name = xmlStringTextNoenc;
         break;
-      case Kind::kCData:
+      case kCData:
         node = xmlNewCDataBlock(m_doc, X(LeafText(record)), static_cast<int>(record.u.leaf.size));
         break;
-      case Kind::kComment:
+      case kComment:
         node = xmlNewDocComment(m_doc, X(LeafText(record)));
         break;
-      case Kind::kProcessingInstruction:
+      case kProcessingInstruction:
         node = xmlNewDocPI(m_doc, X(m_store.name(record.u.leaf.target)),
                            (record.flags & kNoData) != 0 ? nullptr : X(LeafText(record)));
         break;
@@ -52,7 +52,7 @@ class Converter {
       node->prev = parent->last;
     }
     parent->last = node;
-    if (record.kind == Kind::kElement) bind(record, node);
+    if (record.kind == kElement) bind(record, node);
     return node;
   }
 
@@ -63,7 +63,7 @@ class Converter {
       xmlNodePtr made = make(ref, into);
       if (made == nullptr) return false;
       const Record& record = m_store.at(ref);
-      if (record.kind == Kind::kElement && record.u.element.first != 0) {
+      if (record.kind == kElement && record.u.element.first != 0) {
         ref = record.u.element.first;
         into = made;
         continue;
@@ -87,7 +87,7 @@ class Converter {
     xmlNsPtr* tail = &node->nsDef;
     for (NodeRef a = record.u.element.attributes; a != 0; a = m_store.at(a).next) {
       const Record& declaration = m_store.at(a);
-      if (declaration.kind != Kind::kDeclaration) break;
+      if (declaration.kind != kDeclaration) break;
       xmlNsPtr ns = xmlNewNs(nullptr, X(m_store.name(declaration.u.declaration.href)),
                              declaration.u.declaration.prefix == 0
                                  ? nullptr
@@ -117,7 +117,7 @@ class Converter {
     node->ns = ns(record.u.element.ns, node);
     for (NodeRef a = record.u.element.attributes; a != 0; a = m_store.at(a).next) {
       const Record& attribute = m_store.at(a);
-      if (attribute.kind != Kind::kAttribute) continue;
+      if (attribute.kind != kAttribute) continue;
       xmlNewNsProp(node, ns(attribute.prev, node), X(m_store.name(attribute.u.attribute.local)),
                    X(Value(attribute)));
     }

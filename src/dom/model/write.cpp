@@ -27,29 +27,8 @@ class Writer {
   }
   void putName(NameRef name) { put(m_store.name(name)); }
 
-  template <unsigned char kinds>
-  void escapedAs(const unsigned char* p, const unsigned char* end) {
-    while (true) {
-      const size_t run = PlainRun<kinds>(p, static_cast<size_t>(end - p));
-      m_out.append(reinterpret_cast<const char*>(p), run);
-      p += run;
-      if (p == end) return;
-      if (*p >= 0xF0) {
-        p += AppendFourByte(p, static_cast<size_t>(end - p), m_out);
-      } else {
-        m_out += Escape(*p);
-        ++p;
-      }
-    }
-  }
   void escaped(std::string_view text, unsigned char kind) {
-    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-    const auto* end = p + text.size();
-    if (kind == kInText) {
-      m_pairs ? escapedAs<kInText | kFourByteLead>(p, end) : escapedAs<kInText>(p, end);
-    } else {
-      m_pairs ? escapedAs<kInValue | kFourByteLead>(p, end) : escapedAs<kInValue>(p, end);
-    }
+    AppendEscaped(text, kind, m_pairs, m_out);
   }
 
   // The prefix of the declaration ns and a colon, when it has one.
@@ -103,7 +82,7 @@ class Writer {
     qualifiedName(element);
     for (NodeRef a = element.u.element.attributes; a != 0; a = m_store.at(a).next) {
       const Record& attribute = m_store.at(a);
-      if (attribute.kind == Kind::kDeclaration) {
+      if (attribute.kind == kDeclaration) {
         declaration(attribute);
         continue;
       }
@@ -137,23 +116,23 @@ class Writer {
   void leaf(const Record& node) {
     const bool noData = (node.flags & kNoData) != 0;
     switch (node.kind) {
-      case Kind::kText:
+      case kText:
         if ((node.flags & kUnescaped) != 0) {
           put(LeafText(node));
         } else {
           escaped(LeafText(node), kInText);
         }
         break;
-      case Kind::kCData:
+      case kCData:
         cdata(LeafText(node));
         break;
-      case Kind::kComment:
+      case kComment:
         if (noData) break;
         m_out += "<!--";
         put(LeafText(node));
         m_out += "-->";
         break;
-      case Kind::kProcessingInstruction:
+      case kProcessingInstruction:
         m_out += "<?";
         putName(node.u.leaf.target);
         if (!noData) {
@@ -176,7 +155,7 @@ void Writer::subtree(NodeRef top) {
   NodeRef ref = top;
   while (true) {
     const Record& node = m_store.at(ref);
-    if (node.kind == Kind::kElement) {
+    if (node.kind == kElement) {
       startTag(node);
       if (node.u.element.first != 0) {
         m_out += '>';
@@ -206,7 +185,7 @@ void Writer::subtree(NodeRef top) {
 
 void WriteXml(const Store& store, NodeRef top, AboveBmp form, std::string& out) {
   Writer writer(store, form, out);
-  if (store.at(top).kind != Kind::kDocument) {
+  if (store.at(top).kind != kDocumentNode) {
     writer.subtree(top);
     return;
   }
