@@ -9,6 +9,7 @@ namespace {
 // Text goes into chunks of this size; a text larger than a quarter of one
 // gets a chunk of its own, so little of a chunk is ever left unused.
 constexpr size_t kChunk = size_t{64} << 10;
+constexpr size_t kFirstChunk = size_t{1} << 10;
 
 }  // namespace
 
@@ -19,8 +20,20 @@ Store::Store() {
 }
 
 NodeRef Store::make(Kind kind) {
-  if ((m_count & kBlockMask) == 0) {
-    m_blocks.emplace_back(new Record[size_t{1} << kBlockShift]);
+  if (m_count == m_firstCapacity && m_count < kBlockSize) {
+    // The first block starts small and doubles, so that a small document
+    // takes little; it is the only block that ever moves.
+    const size_t capacity = m_firstCapacity == 0 ? kFirstRecords : 2 * m_firstCapacity;
+    std::unique_ptr<Record[]> grown(new Record[capacity]);
+    if (m_count != 0) std::copy(m_blocks[0].get(), m_blocks[0].get() + m_count, grown.get());
+    if (m_blocks.empty()) {
+      m_blocks.push_back(std::move(grown));
+    } else {
+      m_blocks[0] = std::move(grown);
+    }
+    m_firstCapacity = capacity;
+  } else if ((m_count & kBlockMask) == 0 && m_count >= kBlockSize) {
+    m_blocks.emplace_back(new Record[kBlockSize]);
   }
   const auto ref = static_cast<NodeRef>(m_count++);
   Record& record = at(ref);
@@ -77,7 +90,7 @@ Slice Store::keep(std::string_view text) {
     m_chunkSizes.push_back(need);
     place = m_chunks.back().get();
   } else {
-    if (need > m_freeSize) newChunk(kChunk);
+    if (need > m_freeSize) newChunk(need);
     place = m_free;
     m_free += need;
     m_freeSize -= need;
@@ -89,6 +102,9 @@ Slice Store::keep(std::string_view text) {
 }
 
 void Store::newChunk(size_t size) {
+  // Chunks start small and double up to their full size.
+  const size_t regular = std::min(kChunk, kFirstChunk << std::min<size_t>(m_chunks.size(), 8));
+  size = std::max(size, regular);
   m_chunks.emplace_back(new char[size]);
   m_chunkSizes.push_back(size);
   m_free = m_chunks.back().get();
@@ -103,7 +119,7 @@ void Store::addText(std::string_view piece) {
     // Room for the text twice over, so that a long text moves only a few
     // times; the tail left behind takes later small texts.
     const char* const from = m_free;
-    newChunk(std::max(kChunk, 2 * need));
+    newChunk(2 * need);
     if (m_openSize != 0) std::memcpy(m_free, from, m_openSize);
   }
   std::memcpy(m_free + m_openSize, piece.data(), piece.size());
@@ -111,7 +127,7 @@ void Store::addText(std::string_view piece) {
 }
 
 Slice Store::closeText() {
-  if (m_freeSize == 0) newChunk(kChunk);
+  if (m_freeSize == 0) newChunk(1);
   m_free[m_openSize] = '\0';
   const Slice text{m_free, static_cast<uint32_t>(m_openSize)};
   m_free += m_openSize + 1;
@@ -124,7 +140,9 @@ Slice Store::closeText() {
 size_t Store::bytes() const {
   size_t chunks = 0;
   for (size_t size : m_chunkSizes) chunks += size;
-  return m_blocks.size() * (sizeof(Record) << kBlockShift) + chunks +
+  const size_t records =
+      m_blocks.empty() ? 0 : m_firstCapacity + (m_blocks.size() - 1) * kBlockSize;
+  return records * sizeof(Record) + chunks +
          m_names.capacity() * sizeof(std::string_view) +
          m_nameIndex.size() * (sizeof(std::string_view) + sizeof(NameRef) + 2 * sizeof(void*));
 }

@@ -115,7 +115,10 @@ class Store {
   // Records live in blocks that never move, so a growing document copies
   // none of them.
   static constexpr unsigned kBlockShift = 12;
+  static constexpr size_t kBlockSize = size_t{1} << kBlockShift;
   static constexpr NodeRef kBlockMask = (NodeRef{1} << kBlockShift) - 1;
+  static constexpr size_t kFirstRecords = 64;
+  size_t m_firstCapacity = 0;  // of the first block, which grows up to kBlockSize
   std::vector<std::unique_ptr<Record[]>> m_blocks;
   size_t m_count = 0;  // records made, [0] included
   std::vector<std::string_view> m_names;  // [0] is the empty name
