@@ -12,6 +12,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -57,8 +58,19 @@ thread_local ParseError* t_firstFatal = nullptr;
 // A reference to an entity that only an external DTD could declare is no
 // fatal error to the engine, which would keep it as a reference node; the
 // text it stands for is never read, so such a document is refused as well.
+// The engine's tree builder reports memory running out as a mere error and
+// stops reading, while the parse still counts as well-formed: the tree would
+// come out cut short, so that ends the load too.
 bool IsFatal(const xmlError* error) {
-  return error->level == XML_ERR_FATAL || error->code == XML_WAR_UNDECLARED_ENTITY;
+  return error->level == XML_ERR_FATAL || error->code == XML_WAR_UNDECLARED_ENTITY ||
+         error->code == XML_ERR_NO_MEMORY;
+}
+
+// The tree builder says memory ran out also when a text node would grow past
+// the engine's limit, which is the document's doing, not the process's.
+bool IsTextTooLong(const xmlError* error) {
+  return error->code == XML_ERR_NO_MEMORY && error->message != nullptr &&
+         std::strstr(error->message, "huge text node") != nullptr;
 }
 
 void CollectError(void*, xmlErrorPtr error) {
@@ -69,6 +81,10 @@ void CollectError(void*, xmlErrorPtr error) {
   first->line = error->line;
   first->linepos = error->int2;
   if (error->message != nullptr) first->reason = error->message;
+  if (IsTextTooLong(error)) {
+    first->errorCode = ErrorCode(XML_ERR_INTERNAL_ERROR);
+    first->reason = "A text is longer than " + std::to_string(XML_MAX_TEXT_LENGTH) + " bytes\n";
+  }
 }
 
 class CollectScope {
@@ -180,7 +196,7 @@ ParseResult ParseBytes(const char* data, size_t length, const std::string& url,
   }
   // Memory running out is a fault of the process, not of the document.
   if (result.error.errorCode == ErrorCode(XML_ERR_NO_MEMORY) ||
-      (error != nullptr && error->code == XML_ERR_NO_MEMORY)) {
+      (first.errorCode == 0 && error != nullptr && error->code == XML_ERR_NO_MEMORY)) {
     throw std::bad_alloc();
   }
   return result;

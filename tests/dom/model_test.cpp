@@ -106,6 +106,16 @@ TEST(DomModel, WritesWhatTheEngineTreeWrites) {
   for (int i = 0; i < 30000; ++i) pieces += "text &amp; more &#x1F600; ";
   pieces += "</a><b><![CDATA[" + std::string(300000, 'c') + "]]></b>x</r>";
   EXPECT_EQ(Compare(pieces, "long texts"), 1);
+  // Too deep for the parser: refused alike.
+  std::string deep;
+  for (int i = 0; i < 300; ++i) deep += "<a>";
+  EXPECT_EQ(Compare(deep, "too deep"), 0);
+  // A text the engine would have to grow past its limit for one node is
+  // left to the engine's own tree, which says what it says about it.
+  const std::string huge =
+      "<r>" + std::string(5000001, 'x') + "&amp;" + std::string(5000000, 'x') + "</r>";
+  std::string out;
+  EXPECT_EQ(testing::BuiltModelXml(huge.data(), huge.size(), AboveBmp::kFourBytes, out), kFalse);
   int loaded = 0;
   for (const fs::path& file : Documents()) {
     std::ifstream in(file, std::ios::binary);
