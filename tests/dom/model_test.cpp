@@ -106,6 +106,10 @@ TEST(DomModel, WritesWhatTheEngineTreeWrites) {
   for (int i = 0; i < 30000; ++i) pieces += "text &amp; more &#x1F600; ";
   pieces += "</a><b><![CDATA[" + std::string(300000, 'c') + "]]></b>x</r>";
   EXPECT_EQ(Compare(pieces, "long texts"), 1);
+  // More nodes than one block of records holds.
+  std::string many = "<r>";
+  for (int i = 0; i < 3000; ++i) many += "<a k='" + std::to_string(i) + "'>t</a>";
+  EXPECT_EQ(Compare(many + "</r>", "many nodes"), 1);
   // Too deep for the parser: refused alike.
   std::string deep;
   for (int i = 0; i < 300; ++i) deep += "<a>";

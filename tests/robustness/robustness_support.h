@@ -43,15 +43,18 @@ inline long MaxRssKb() {
   return usage.ru_maxrss;
 }
 
-// Sanitizer builds run the engine's memory traffic through interceptors:
-// their time bounds are wider. The thread sanitizer's shadow of every page
-// touched counts in the resident set as well.
+// Sanitizer builds run the engine's memory traffic through interceptors, and
+// coverage builds are unoptimised: their time bounds are wider. The thread
+// sanitizer's shadow of every page touched counts in the resident set as well.
 #if defined(__SANITIZE_THREAD__)
 constexpr int kSlowdown = 6;
 constexpr int kMemoryFactor = 2;
 #elif defined(__SANITIZE_ADDRESS__)
 constexpr int kSlowdown = 3;
 constexpr int kMemoryFactor = 2;  // red zones, and freed blocks held in quarantine
+#elif defined(TK_COVERAGE_BUILD)
+constexpr int kSlowdown = 3;  // unoptimised, and counting every line it runs
+constexpr int kMemoryFactor = 1;
 #else
 constexpr int kSlowdown = 1;
 constexpr int kMemoryFactor = 1;

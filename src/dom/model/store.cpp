@@ -42,11 +42,6 @@ NodeRef Store::make(Kind kind) {
   return ref;
 }
 
-NodeRef Store::lastChild(NodeRef parent) const {
-  const NodeRef first = at(parent).u.element.first;
-  return first == 0 ? 0 : at(first).prev;
-}
-
 void Store::appendChild(NodeRef parent, NodeRef child) {
   Record& p = at(parent);
   Record& c = at(child);

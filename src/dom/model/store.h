@@ -83,7 +83,6 @@ class Store {
 
   Record& at(NodeRef ref) { return m_blocks[ref >> kBlockShift][ref & kBlockMask]; }
   const Record& at(NodeRef ref) const { return m_blocks[ref >> kBlockShift][ref & kBlockMask]; }
-  size_t recordCount() const { return m_count - 1; }
 
   // A new record of the kind, in no list yet.
   NodeRef make(Kind kind);
@@ -91,8 +90,6 @@ class Store {
   void appendChild(NodeRef parent, NodeRef child);
   // Appends an attribute or declaration at the end of the element's list.
   void appendAttribute(NodeRef element, NodeRef attribute);
-  // The last child of parent, or 0.
-  NodeRef lastChild(NodeRef parent) const;
 
   // The name's one copy in the table (the same ref for the same bytes).
   NameRef intern(std::string_view name);
