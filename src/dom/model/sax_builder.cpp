@@ -35,7 +35,9 @@ void SaxBuilder::install(xmlParserCtxtPtr ctxt) {
   m_ctxt = ctxt;
   t_builder = this;
   // The parser refuses to open more than this many elements.
-  m_standIns.reserve(static_cast<size_t>(xmlParserMaxDepth) + 2);
+  m_standIns.assign(static_cast<size_t>(xmlParserMaxDepth) + 2, xmlNode{});
+  m_depth = 0;
+  m_open.assign(1, Open{Store::kDocumentRecord, 0, 0});
   xmlSAXHandler* sax = ctxt->sax;
   sax->startElementNs = StartElement;
   sax->endElementNs = EndElement;
@@ -55,7 +57,28 @@ SaxBuilder::~SaxBuilder() {
   if (t_builder == this) t_builder = nullptr;
 }
 
-void SaxBuilder::finish() { flushText(); }
+void SaxBuilder::finish() {
+  flushText();
+  closeChildren(m_open.front());
+}
+
+void SaxBuilder::appendChild(NodeRef ref) {
+  Open& open = m_open.back();
+  Record& child = m_store.at(ref);
+  child.parent = open.element;
+  if (open.lastChild == 0) {
+    m_store.at(open.element).u.element.first = ref;
+  } else {
+    child.prev = open.lastChild;
+    m_store.at(open.lastChild).next = ref;
+  }
+  open.lastChild = ref;
+}
+
+void SaxBuilder::closeChildren(const Open& open) {
+  if (open.lastChild == 0) return;
+  m_store.at(m_store.at(open.element).u.element.first).prev = open.lastChild;
+}
 
 void SaxBuilder::giveUp() {
   m_leftToEngine = true;
@@ -139,7 +162,7 @@ NameRef SaxBuilder::nameOf(const xmlChar* name) {
 }
 
 void SaxBuilder::showChild(Kind kind) {
-  xmlNode& standIn = m_standIns.back();
+  xmlNode& standIn = m_standIns[m_depth - 1];
   xmlNode* child = kind == kText ? &g_textChild : &g_otherChild;
   if (standIn.children == nullptr) standIn.children = child;
   standIn.last = child;
@@ -147,12 +170,8 @@ void SaxBuilder::showChild(Kind kind) {
 
 void SaxBuilder::leaf(Kind kind, NodeRef ref) {
   flushText();
-  if (m_open.empty()) {
-    m_store.appendChild(Store::kDocumentRecord, ref);
-    return;
-  }
-  m_store.appendChild(m_open.back().element, ref);
-  showChild(kind);
+  appendChild(ref);
+  if (m_depth != 0) showChild(kind);
 }
 
 void SaxBuilder::flushText() {
@@ -165,7 +184,7 @@ void SaxBuilder::flushText() {
 }
 
 void SaxBuilder::text(Kind kind, const xmlChar* text, int length) {
-  if (m_open.empty()) return;  // the engine keeps no text outside the top element
+  if (m_depth == 0) return;  // the engine keeps no text outside the top element
   if (m_pending != 0 && m_store.at(m_pending).kind == kind) {
     // The engine refuses to grow one text node past its limit, as if memory
     // had run out; its own tree path says so.
@@ -179,7 +198,7 @@ void SaxBuilder::text(Kind kind, const xmlChar* text, int length) {
   }
   flushText();
   m_pending = m_store.make(kind);
-  m_store.appendChild(m_open.back().element, m_pending);
+  appendChild(m_pending);
   m_store.openText();
   m_store.addText(std::string_view(C(text), static_cast<size_t>(length)));
   showChild(kind);
@@ -212,26 +231,20 @@ void SaxBuilder::startElement(const xmlChar* localname, const xmlChar* prefix, c
                               int namespaceCount, const xmlChar** namespaces, int attributeCount,
                               const xmlChar** attributes) {
   flushText();
-  if (m_standIns.size() == m_standIns.capacity()) {  // deeper than the parser goes
+  if (m_depth == m_standIns.size()) {  // deeper than the parser goes
     giveUp();
     return;
   }
-  m_standIns.emplace_back();
-  xmlNode& standIn = m_standIns.back();
-  std::memset(&standIn, 0, sizeof standIn);
+  // Only these fields of a stand-in are read; the rest stay zero.
+  xmlNode& standIn = m_standIns[m_depth];
   standIn.type = XML_ELEMENT_NODE;
   standIn.name = localname;
-  if (nodePush(m_ctxt, &standIn) < 0) {  // too deep: the parse has stopped
-    m_standIns.pop_back();
-    return;
-  }
-  const NodeRef parent = m_open.empty() ? Store::kDocumentRecord : m_open.back().element;
-  if (!m_open.empty()) {
-    // The parent's stand-in is one below the new one.
-    xmlNode& parentStandIn = m_standIns[m_standIns.size() - 2];
-    if (parentStandIn.children == nullptr) parentStandIn.children = &g_otherChild;
-    parentStandIn.last = &g_otherChild;
-  }
+  standIn.children = nullptr;
+  standIn.last = nullptr;
+  if (nodePush(m_ctxt, &standIn) < 0) return;  // too deep: the parse has stopped
+  if (m_depth != 0) showChild(kElement);  // the parent's, one below
+  ++m_depth;
+  const NodeRef parent = m_open.back().element;
 
   const NodeRef element = m_store.make(kElement);
   NameRef local;
@@ -244,8 +257,8 @@ void SaxBuilder::startElement(const xmlChar* localname, const xmlChar* prefix, c
     local = nameOf(localname);
   }
   m_store.at(element).u.element.local = local;
-  m_store.appendChild(parent, element);
-  m_open.push_back(Open{element, 0});
+  appendChild(element);
+  m_open.push_back(Open{element, 0, 0});
 
   const NameRef elementPrefix = prefix != nullptr && uri != nullptr ? nameOf(prefix) : 0;
   NodeRef ownBinding = 0;
@@ -319,9 +332,10 @@ void SaxBuilder::linkAttribute(NodeRef ref) {
 
 void SaxBuilder::endElement() {
   flushText();
-  if (m_open.empty()) return;
+  if (m_depth == 0) return;
+  closeChildren(m_open.back());
   m_open.pop_back();
-  m_standIns.pop_back();
+  --m_depth;
   nodePop(m_ctxt);
 }
 

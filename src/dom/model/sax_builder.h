@@ -35,9 +35,11 @@ class SaxBuilder {
   void finish();
 
  private:
+  // An element being built (the first is the document).
   struct Open {
     NodeRef element;
     NodeRef lastAttribute;
+    NodeRef lastChild;  // its first child's `prev` is set when the element ends
   };
 
   static SaxBuilder& Of(void* context);
@@ -63,6 +65,10 @@ class SaxBuilder {
   void endElement();
   // Appends a declaration or attribute to the open element's list.
   void linkAttribute(NodeRef ref);
+  // Appends a child to the open element (or the document).
+  void appendChild(NodeRef ref);
+  // Makes the first child's `prev` name the last, as the store has it.
+  void closeChildren(const Open& open);
   void text(Kind kind, const xmlChar* text, int length);
   void leaf(Kind kind, NodeRef ref);
   void flushText();
@@ -80,8 +86,9 @@ class SaxBuilder {
   xmlParserCtxtPtr m_ctxt = nullptr;
   std::vector<Open> m_open;
   // One per open element, as the parser sees it: it keeps their addresses,
-  // so the vector never grows past what it reserved (the depth bound).
+  // so the vector is made once, as deep as the parser goes.
   std::vector<xmlNode> m_standIns;
+  size_t m_depth = 0;  // elements open
   struct CachedName {
     const xmlChar* address = nullptr;
     NameRef ref = 0;
