@@ -170,24 +170,58 @@ std::string Failure(const char* what, int rc) {
   return rc == 0 ? std::string() : std::string(what) + " returned " + std::to_string(rc);
 }
 
-bool SaxParse(const std::string& text) {
+bool SaxParse(const std::string& text, bool withCalls) {
   static xmlSAXHandler empty = [] {
     xmlSAXHandler handler;
     std::memset(&handler, 0, sizeof handler);
     handler.initialized = XML_SAX2_MAGIC;
     return handler;
   }();
+  static xmlSAXHandler calls = [] {
+    xmlSAXHandler handler = empty;
+    handler.startElementNs = [](void*, const xmlChar*, const xmlChar*, const xmlChar*, int,
+                                const xmlChar**, int, int, const xmlChar**) {};
+    handler.endElementNs = [](void*, const xmlChar*, const xmlChar*, const xmlChar*) {};
+    handler.characters = [](void*, const xmlChar*, int) {};
+    handler.ignorableWhitespace = [](void*, const xmlChar*, int) {};  // told apart from text
+    handler.cdataBlock = [](void*, const xmlChar*, int) {};
+    handler.comment = [](void*, const xmlChar*) {};
+    handler.processingInstruction = [](void*, const xmlChar*, const xmlChar*) {};
+    return handler;
+  }();
   xmlParserCtxtPtr ctxt = xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size()));
   if (ctxt == nullptr) return false;
   xmlCtxtUseOptions(ctxt, kDomParseOptions);
   xmlSAXHandlerPtr own = ctxt->sax;
-  ctxt->sax = &empty;
+  ctxt->sax = withCalls ? &calls : &empty;
   ctxt->userData = nullptr;
   xmlParseDocument(ctxt);
   const bool ok = ctxt->wellFormed != 0;
   ctxt->sax = own;
   xmlFreeParserCtxt(ctxt);
   return ok;
+}
+
+void RegisterLibxml2Parses(const std::string& op, const DocSpec& spec) {
+  auto setBytes = [](benchmark::State& state, size_t bytes) {
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+    state.counters["doc_bytes"] = static_cast<double>(bytes);
+  };
+  Register(op, spec, "libxml2", [spec, setBytes](benchmark::State& state) {
+    const std::string& text = DocText(spec);
+    Repeat(state, [&] {
+      xmlDocPtr doc = ParseWithDomOptions(text);
+      if (doc == nullptr) return std::string("xmlReadMemory failed");
+      xmlFreeDoc(doc);
+      return std::string();
+    });
+    setBytes(state, text.size());
+  });
+  Register(op, spec, "libxml2_sax", [spec, setBytes](benchmark::State& state) {
+    const std::string& text = DocText(spec);
+    Repeat(state, [&] { return SaxParse(text) ? std::string() : "SAX parse failed"; });
+    setBytes(state, text.size());
+  });
 }
 
 xmlDocPtr ParseWithDomOptions(const std::string& text) {

@@ -99,9 +99,16 @@ void Repeat(benchmark::State& state, Step step) {
 // libxml2 helpers for the raw peer.
 xmlDocPtr ParseWithDomOptions(const std::string& text);
 
-// libxml2's tokenizer on its SAX2 path with every callback empty: the cost
-// of reading the bytes with no tree built. Same options as the tree parse.
-bool SaxParse(const std::string& text);
+// libxml2's tokenizer on its SAX2 path, with no tree built and the same
+// options as the tree parse. Every callback empty: the cost of reading the
+// bytes. With calls, every event goes to a callback that does nothing: the
+// cost once each event is taken, white space decided, names and values
+// handed over.
+bool SaxParse(const std::string& text, bool withCalls = false);
+
+// The rows of libxml2's tree parse ("libxml2") and of its bare tokenizer
+// ("libxml2_sax") for op, timed in bytes of the document.
+void RegisterLibxml2Parses(const std::string& op, const DocSpec& spec);
 // The first element child of parent named name, as the library's path walk
 // finds it (first match, exact comparison).
 xmlNodePtr FirstChildElement(xmlNodePtr parent, const char* name);

@@ -2,10 +2,7 @@
 // libxml2's tree and its bare tokenizer. The model is not behind the public
 // interface yet, so this program reaches it through the DOM layer's test
 // hooks; once it is, the import rows of the parse program measure it.
-#include <libxml/parserInternals.h>
 #include <malloc.h>
-
-#include <cstring>
 
 #include "common.h"
 #include "dom/dom.h"
@@ -16,36 +13,6 @@ namespace {
 size_t HeapInUse() {
   const struct mallinfo2 info = mallinfo2();
   return info.uordblks + info.hblkhd;
-}
-
-// libxml2's tokenizer delivering every event to callbacks that do nothing:
-// what reading the bytes costs once each event is taken, white space
-// decided, names and values handed over.
-bool SaxCalls(const std::string& text) {
-  static xmlSAXHandler calls = [] {
-    xmlSAXHandler handler;
-    std::memset(&handler, 0, sizeof handler);
-    handler.initialized = XML_SAX2_MAGIC;
-    handler.startElementNs = [](void*, const xmlChar*, const xmlChar*, const xmlChar*, int,
-                                const xmlChar**, int, int, const xmlChar**) {};
-    handler.endElementNs = [](void*, const xmlChar*, const xmlChar*, const xmlChar*) {};
-    handler.characters = [](void*, const xmlChar*, int) {};
-    handler.ignorableWhitespace = [](void*, const xmlChar*, int) {};  // told apart from text
-    handler.cdataBlock = [](void*, const xmlChar*, int) {};
-    handler.comment = [](void*, const xmlChar*) {};
-    handler.processingInstruction = [](void*, const xmlChar*, const xmlChar*) {};
-    return handler;
-  }();
-  xmlParserCtxtPtr ctxt = xmlCreateMemoryParserCtxt(text.data(), static_cast<int>(text.size()));
-  if (ctxt == nullptr) return false;
-  xmlCtxtUseOptions(ctxt, kDomParseOptions);
-  xmlSAXHandlerPtr own = ctxt->sax;
-  ctxt->sax = &calls;
-  xmlParseDocument(ctxt);
-  const bool ok = ctxt->wellFormed != 0;
-  ctxt->sax = own;
-  xmlFreeParserCtxt(ctxt);
-  return ok;
 }
 
 void SetBytes(benchmark::State& state, size_t sourceBytes) {
@@ -61,26 +28,12 @@ void RegisterModel(const DocSpec& spec) {
     });
     SetBytes(state, text.size());
   });
-  Register("model_build", spec, "libxml2", [spec](benchmark::State& state) {
-    const std::string& text = DocText(spec);
-    Repeat(state, [&] {
-      xmlDocPtr doc = ParseWithDomOptions(text);
-      if (doc == nullptr) return std::string("xmlReadMemory failed");
-      xmlFreeDoc(doc);
-      return std::string();
-    });
-    SetBytes(state, text.size());
-  });
   Register("model_build", spec, "libxml2_sax_calls", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);
-    Repeat(state, [&] { return SaxCalls(text) ? std::string() : "SAX parse failed"; });
+    Repeat(state, [&] { return SaxParse(text, true) ? std::string() : "SAX parse failed"; });
     SetBytes(state, text.size());
   });
-  Register("model_build", spec, "libxml2_sax", [spec](benchmark::State& state) {
-    const std::string& text = DocText(spec);
-    Repeat(state, [&] { return SaxParse(text) ? std::string() : "SAX parse failed"; });
-    SetBytes(state, text.size());
-  });
+  RegisterLibxml2Parses("model_build", spec);
   // What each tree holds once built: the model's blocks, chunks and name
   // table; the heap that libxml2's tree takes.
   Register("model_memory", spec, "treekeeper", [spec](benchmark::State& state) {

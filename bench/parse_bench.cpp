@@ -43,21 +43,7 @@ void RegisterMemoryParse(const DocSpec& spec) {
     });
     SetBytes(state, text.size());
   });
-  Register("parse_memory", spec, "libxml2", [spec](benchmark::State& state) {
-    const std::string& text = DocText(spec);
-    Repeat(state, [&] {
-      xmlDocPtr doc = ParseWithDomOptions(text);
-      if (doc == nullptr) return std::string("xmlReadMemory failed");
-      xmlFreeDoc(doc);
-      return std::string();
-    });
-    SetBytes(state, text.size());
-  });
-  Register("parse_memory", spec, "libxml2_sax", [spec](benchmark::State& state) {
-    const std::string& text = DocText(spec);
-    Repeat(state, [&] { return SaxParse(text) ? std::string() : "SAX parse failed"; });
-    SetBytes(state, text.size());
-  });
+  RegisterLibxml2Parses("parse_memory", spec);
   Register("parse_memory", spec, "pugixml", [spec](benchmark::State& state) {
     const std::string& text = DocText(spec);
     pugi::xml_document doc;
